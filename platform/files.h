@@ -1,0 +1,53 @@
+// The disk as this system uses it: whole files, atomic writes, lock files. Behind an interface, so that a
+// simulated disk can lose what was not flushed. All operations block, throw FileError, and may be called from
+// any thread.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/data.h"
+
+namespace vorlinden::platform {
+
+// An open lock file with an advisory lock of its own (flock(2)): closing it, or the death of the process,
+// releases the lock.
+class LockFile {
+ public:
+    virtual ~LockFile() = default;
+    // 0 when the exclusive lock is held now, else the errno of the attempt (EWOULDBLOCK: held elsewhere).
+    virtual int tryLock() = 0;
+    virtual void unlock() = 0;
+};
+
+class FileSystem {
+ public:
+    virtual ~FileSystem() = default;
+
+    virtual bool exists(const std::filesystem::path& path) = 0;
+    // With all intermediate folders, mode 0700; no error if it exists.
+    virtual void createDirectories(const std::filesystem::path& path) = 0;
+    // The whole file. FileError ENOENT if there is none.
+    virtual Data read(const std::filesystem::path& path) = 0;
+    // Readers see the old file or the new, never a part, also after a crash: a temporary file beside it (mode
+    // 0600), flushed, renamed over `path`, its folder flushed. A temporary file that a crash leaves behind
+    // has a name that isTemporaryName() knows, for sweepTemporaries().
+    virtual void writeAtomically(const Data& data, const std::filesystem::path& path) = 0;
+    // FileError ENOENT if there is none.
+    virtual void remove(const std::filesystem::path& path) = 0;
+    // Names in a folder, without "." and "..", in no particular order. FileError if it can't be read.
+    virtual std::vector<std::string> list(const std::filesystem::path& folder) = 0;
+    // Removes temporaries of writeAtomically() that no living write of this machine owns. The caller holds
+    // the lock under which the folder is written.
+    virtual void sweepTemporaries(const std::filesystem::path& folder) = 0;
+    // open(2) with O_RDWR | O_CREAT | O_CLOEXEC, mode 0600.
+    virtual std::unique_ptr<LockFile> openLockFile(const std::filesystem::path& path) = 0;
+};
+
+bool isTemporaryName(const std::string& name);
+std::shared_ptr<FileSystem> posixFileSystem();
+
+}  // namespace vorlinden::platform
