@@ -1,0 +1,85 @@
+#include "linux/cli/machine.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <exception>
+#include <utility>
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "platform/failure.h"
+
+namespace vorlinden::cli {
+namespace {
+
+sigset_t endingSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+platform::Folders foldersWithSignalsBlocked() {
+    const sigset_t signals = endingSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return platform::Folders::ofUser();
+}
+
+class Descriptor {
+ public:
+    explicit Descriptor(int value) : value_(value) {
+        if (value_ < 0) throw platform::FileError(errno, "");
+    }
+    ~Descriptor() { ::close(value_); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return value_; }
+
+ private:
+    int value_;
+};
+
+// Waits until `ended` is readable, meanwhile passing the first ending signal on to the task.
+void awaitEnd(const Descriptor& ended, const Descriptor& signals, const platform::TaskHandle& task) {
+    bool asked = false;
+    while (true) {
+        std::array<pollfd, 2> waits{pollfd{ended.get(), POLLIN, 0}, pollfd{signals.get(), POLLIN, 0}};
+        if (::poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR)
+            throw platform::FileError(errno, "");
+        if (waits[0].revents != 0) return;
+        if (waits[1].revents == 0) continue;
+        signalfd_siginfo signal{};
+        if (::read(signals.get(), &signal, sizeof signal) != sizeof signal) continue;
+        if (std::exchange(asked, true)) ::_exit(128 + static_cast<int>(signal.ssi_signo));
+        task.cancel();
+    }
+}
+
+}  // namespace
+
+Machine::Machine()
+    : folders(foldersWithSignalsBlocked()),
+      pool_(4),
+      system(platform::linuxSystem(pool_.executor(), folders)) {}
+
+void Machine::runInterruptibly(std::function<platform::Task<>()> body) const {
+    const sigset_t set = endingSignals();
+    const Descriptor signals(::signalfd(-1, &set, SFD_CLOEXEC));
+    const Descriptor ended(::eventfd(0, EFD_CLOEXEC));
+    std::exception_ptr failure;
+    const auto task = platform::spawn(system.executor, std::move(body), [&](std::exception_ptr thrown) {
+        failure = std::move(thrown);
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const auto written = ::write(ended.get(), &one, sizeof one);
+    });
+    awaitEnd(ended, signals, task);
+    if (failure) std::rethrow_exception(failure);
+}
+
+}  // namespace vorlinden::cli

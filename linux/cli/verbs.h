@@ -1,0 +1,7 @@
+// The verbs of the program, one file verb_NAME.cpp each. To add one: write its file, name it here, in
+// CMakeLists.txt and in main.cpp.
+#pragma once
+
+#include "linux/cli/program.h"
+
+namespace vorlinden::cli {}  // namespace vorlinden::cli
