@@ -1,0 +1,61 @@
+// The file provider extension: what the daemon talks to for one domain.
+//
+// An object of identity, made and dropped by the daemon; every operation may be called from any thread, at
+// the same time. Each asynchronous operation runs as a tracked task that shares ownership of what it needs
+// (the catalogue, the session, the server), so the object may be dropped while operations run: its destructor
+// cancels them, as invalidate() does, and their handlers still hear exactly one answer each. A handler is
+// also called when the executor is torn down under a task. Handlers must not throw.
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <memory>
+
+#include "fileprovider/types.h"
+#include "platform/system.h"
+
+namespace vorlinden::fileprovider {
+
+class ExtensionCore;
+
+class FileProviderExtension final : public ReplicatedExtension {
+ public:
+    // Never throws. Opens the catalogue, once: a failure is kept, and every later operation reports
+    // cannotSynchronize, so the daemon drops such an object and makes another after a pause.
+    FileProviderExtension(Domain domain, platform::System system) noexcept;
+    ~FileProviderExtension() override;
+    FileProviderExtension(const FileProviderExtension&) = delete;
+    FileProviderExtension& operator=(const FileProviderExtension&) = delete;
+
+    // Why the catalogue didn't open; null if it did.
+    std::exception_ptr openFailure() const;
+    // Operations that have neither ended nor been given up by invalidate().
+    std::size_t operationsInFlight() const;
+
+    // Gives up all operations in flight; later ones are served as before.
+    void invalidate() override;
+    std::shared_ptr<Progress> itemForIdentifier(const ItemIdentifier& identifier, const Request& request,
+                                                ItemHandler handler) override;
+    std::shared_ptr<Enumerator> enumeratorForContainer(const ItemIdentifier& container,
+                                                       const Request& request) override;
+    std::shared_ptr<Progress> fetchContents(const ItemIdentifier& identifier,
+                                            const std::optional<ItemVersion>& version, const Request& request,
+                                            FetchHandler handler) override;
+    std::shared_ptr<Progress> createItem(const ItemTemplate& item, std::uint32_t fields,
+                                         const std::optional<std::filesystem::path>& contents,
+                                         std::uint32_t options, const Request& request,
+                                         WriteHandler handler) override;
+    std::shared_ptr<Progress> modifyItem(const Item& item, const ItemVersion& baseVersion,
+                                         std::uint32_t changedFields,
+                                         const std::optional<std::filesystem::path>& contents,
+                                         std::uint32_t options, const Request& request,
+                                         WriteHandler handler) override;
+    std::shared_ptr<Progress> deleteItem(const ItemIdentifier& identifier, const ItemVersion& baseVersion,
+                                         std::uint32_t options, const Request& request,
+                                         DeleteHandler handler) override;
+
+ private:
+    std::shared_ptr<ExtensionCore> core_;
+};
+
+}  // namespace vorlinden::fileprovider
