@@ -12,10 +12,10 @@ std::string describe(const std::string& domain, std::int64_t code, const std::op
 
 }  // namespace
 
-Error::Error(std::string domain_, std::int64_t code_, std::optional<std::string> text_)
-    : Failure(describe(domain_, code_, text_)),
-      domain(std::move(domain_)),
-      code(code_),
-      text(std::move(text_)) {}
+Error::Error(std::string errorDomainName, std::int64_t errorCode, std::optional<std::string> errorText)
+    : Failure(describe(errorDomainName, errorCode, errorText)),
+      domain(std::move(errorDomainName)),
+      code(errorCode),
+      text(std::move(errorText)) {}
 
 }  // namespace vorlinden::platform::fileprovider
