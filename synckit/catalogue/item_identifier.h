@@ -1,9 +1,12 @@
 // The one form of an item's name between the catalogue and the platform.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "synckit/types.h"

@@ -18,12 +18,18 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include "synckit/catalogue/item_identifier.h"
 #include "synckit/catalogue/records.h"
 #include "synckit/catalogue/sqlite_database.h"
+
+namespace vorlinden::platform {
+struct System;
+}
 
 namespace vorlinden {
 
@@ -74,8 +80,12 @@ class MetadataStore {
  public:
     // Opens and migrates the file; its folder must exist.
     explicit MetadataStore(const std::string& path);
-    // Creates the file's folder first. Throws std::filesystem::filesystem_error when it can't.
+    // Creates the file's folder first, private to the user. Throws FileError when it can't.
     static std::shared_ptr<MetadataStore> open(const std::filesystem::path& file);
+    // The catalogue of the group's shared container. Throws containerUnavailable when there is none.
+    static std::shared_ptr<MetadataStore> openInAppGroup(const platform::System& system,
+                                                         const std::string& identifier);
+    // Where the catalogue lies in a container; does no I/O.
     static std::filesystem::path databaseURL(const std::filesystem::path& container);
 
     MetadataStore(const MetadataStore&) = delete;
@@ -124,14 +134,14 @@ class MetadataStore {
     // that is open, and gives its value; a throw rolls all of it back. This is also how an operation holds
     // the lock for the whole of a call.
     template <class Body>
-    auto inTransaction(Body&& body) {
+    auto inTransaction(Body&& body) -> std::invoke_result_t<Body> {
         std::lock_guard hold(lock_);
         return database_.transaction(true, std::forward<Body>(body));
     }
 
  private:
-    std::recursive_mutex
-        lock_;  // after the execution lock, before SQLite's own; guards every use of database_
+    // Taken after the execution lock and before SQLite's own; guards every use of database_.
+    std::recursive_mutex lock_;
     SQLiteDatabase database_;
 };
 

@@ -5,6 +5,7 @@
 // calls of a transaction on one thread. Nothing here knows of brains or nodes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -31,7 +32,7 @@ struct SQLiteError : Failure {
     bool operator==(const SQLiteError&) const = default;
 };
 
-// A column or parameter. A REAL column reads as null: the schema has none.
+// A column or parameter. A REAL column reads as null: the schema has none. Text ends at its first NUL.
 struct SQLiteValue {
     std::variant<std::int64_t, std::string, Data, std::monostate> value = std::monostate{};
 
@@ -64,30 +65,32 @@ class SQLiteDatabase {
  public:
     // Opens or creates the file: write-ahead log, busy time-out of 5,000 ms, foreign keys on.
     explicit SQLiteDatabase(const std::string& path);
-    ~SQLiteDatabase();
-    SQLiteDatabase(const SQLiteDatabase&) = delete;
-    SQLiteDatabase& operator=(const SQLiteDatabase&) = delete;
 
     void close();  // idempotent; every later call fails with code 21
     void execute(std::string_view sql, const std::vector<SQLiteValue>& parameters = {});
     std::vector<SQLiteRow> query(std::string_view sql, const std::vector<SQLiteValue>& parameters = {});
-    int changes() const;
-    std::int64_t lastInsertRowID() const;
+    int changes() const;                   // 0 once closed
+    std::int64_t lastInsertRowID() const;  // 0 once closed
     int transactionDepth() const { return transactionDepth_; }
 
     // Runs `body` in a transaction and gives its value; what it throws passes on after a ROLLBACK. A nested
     // call issues no SQL: only the outermost level begins, commits or rolls back, and it does so for
-    // everything.
+    // everything. A COMMIT that fails is rolled back as well, so that the connection stays usable.
     template <class Body>
     auto transaction(bool immediate, Body&& body) -> std::invoke_result_t<Body>;
 
  private:
+    friend class SQLiteStatement;
+    struct Close {
+        void operator()(sqlite3* handle) const noexcept;
+    };
+    class Nesting;
+
     void begin(bool immediate);
     void commit();
     void rollback() noexcept;
-    class Nesting;
 
-    sqlite3* handle_ = nullptr;
+    std::unique_ptr<sqlite3, Close> handle_;
     int transactionDepth_ = 0;
 };
 
@@ -115,7 +118,7 @@ auto SQLiteDatabase::transaction(bool immediate, Body&& body) -> std::invoke_res
             std::forward<Body>(body)();
             commit();
         } else {
-            auto value = std::forward<Body>(body)();
+            std::invoke_result_t<Body> value = std::forward<Body>(body)();
             commit();
             return value;
         }

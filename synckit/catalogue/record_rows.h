@@ -1,0 +1,26 @@
+// Rows of the catalogue read into records. For the sources of MetadataStore.
+//
+// Columns stand in the order in which the readers take them. A text column that isn't text reads as "", an
+// integer column that isn't an integer as 0, an optional one as absent; only what no record can hold (a kind,
+// a UUID, a date) makes the row corrupt.
+#pragma once
+
+#include "synckit/catalogue/metadata_store.h"
+#include "synckit/catalogue/sqlite_statement.h"
+
+// Macros, so that statements are joined from literals when compiled.
+#define VORLINDEN_NODE_COLUMNS                                                               \
+    "brain_id, node_id, path, title, is_directory, kind, blob_hash, blob_size, updated_at, " \
+    "content_version, local_only, upload_error"
+#define VORLINDEN_PENDING_COLUMNS \
+    "id, brain_id, node_id, change_kind, path, from_path, base_cursor, created_at"
+#define VORLINDEN_BRAIN_COLUMNS "brain_id, slug, name, cursor"
+
+namespace vorlinden {
+
+// From the statement's current row. Throw MetadataStoreError::corruptRow.
+BrainRecord readBrain(const SQLiteStatement& row);
+NodeRecord readNode(const SQLiteStatement& row);
+PendingChange readPendingChange(const SQLiteStatement& row);
+
+}  // namespace vorlinden
