@@ -3,6 +3,8 @@
 #include <functional>
 #include <utility>
 
+#include "platform/json.h"
+
 namespace vorlinden {
 
 namespace {
@@ -59,6 +61,17 @@ std::string SyncItemIdentifier::rawValue() const {
 
 std::optional<UUID> SyncItemIdentifier::brainId() const {
     return std::visit(BrainId{}, value);
+}
+
+SyncItemIdentifier SyncItemIdentifier::fromJSON(const platform::JSONValue& json) {
+    const std::string_view raw = json.text();
+    auto identifier = fromRawValue(raw);
+    if (!identifier) throw json.corrupted(std::string("Invalid item identifier: ").append(raw));
+    return *std::move(identifier);
+}
+
+platform::JSONText toJSON(const SyncItemIdentifier& identifier) {
+    return platform::toJSON(identifier.rawValue());
 }
 
 }  // namespace vorlinden

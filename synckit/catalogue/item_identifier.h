@@ -11,6 +11,11 @@
 
 #include "synckit/types.h"
 
+namespace vorlinden::platform {
+class JSONValue;
+struct JSONText;
+}  // namespace vorlinden::platform
+
 namespace vorlinden {
 
 // "brain:" + UUID, "node:" + UUID + ":" + node id, or "root". A value.
@@ -41,8 +46,13 @@ struct SyncItemIdentifier {
     // The UUID of a brain or node; absent for the root.
     std::optional<UUID> brainId() const;
 
+    // A JSON string that holds `rawValue`. Throws JSONError (corrupted) for text that isn't an identifier.
+    static SyncItemIdentifier fromJSON(const platform::JSONValue& json);
+
     bool operator==(const SyncItemIdentifier&) const = default;
 };
+
+platform::JSONText toJSON(const SyncItemIdentifier& identifier);
 
 }  // namespace vorlinden
 
