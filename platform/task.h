@@ -9,9 +9,12 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
+
+#include "platform/failure.h"
 
 namespace vorlinden::platform {
 
@@ -22,7 +25,8 @@ using Executor = boost::asio::any_io_executor;
 // Throws CancelledError if the running task has been cancelled.
 Task<> checkCancellation();
 
-// Cancels a running task from any thread, any number of times; holding it does not keep the task alive.
+// Cancels a running task from any thread, any number of times. Holding it keeps neither the task nor its
+// executor alive; after the task has ended, cancelling does nothing.
 class TaskHandle {
  public:
     TaskHandle() = default;  // of no task: cancelling it does nothing
@@ -30,13 +34,14 @@ class TaskHandle {
 
  private:
     struct State;
-    explicit TaskHandle(std::shared_ptr<State> state) : state_(std::move(state)) {}
+    explicit TaskHandle(const std::shared_ptr<State>& state) : state_(state) {}
     friend TaskHandle spawn(Executor, std::function<Task<>()>, std::function<void(std::exception_ptr)>);
-    std::shared_ptr<State> state_;
+    std::weak_ptr<State> state_;
 };
 
 // Starts `body` as an independent task on a strand of its own over `executor`. `finished` is called exactly
-// once on that strand when the task has ended, with what it threw or null; it must not throw.
+// once on that strand when the task has ended and `body` is gone, with what it threw or null; it must not
+// throw.
 TaskHandle spawn(Executor executor, std::function<Task<>()> body,
                  std::function<void(std::exception_ptr)> finished);
 
@@ -59,6 +64,7 @@ class Signal {
 
  private:
     struct State;
+    static Task<> waitFor(std::shared_ptr<State> state);
     std::shared_ptr<State> state_;
 };
 

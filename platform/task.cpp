@@ -1,0 +1,162 @@
+#include "platform/task.h"
+
+#include <future>
+#include <list>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/this_coro.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+namespace vorlinden::platform {
+
+namespace asio = boost::asio;
+
+Task<> checkCancellation() {
+    const asio::cancellation_state state = co_await asio::this_coro::cancellation_state;
+    if (state.cancelled() != asio::cancellation_type::none) throw CancelledError();
+}
+
+// Owned by the task's completion handler, so that it goes with the task. All but `strand` is touched on the
+// strand alone: emitting a signal beside a running coroutine is a race.
+struct TaskHandle::State {
+    asio::strand<Executor> strand;
+    asio::cancellation_signal signal{};
+    bool finished = false;
+};
+
+void TaskHandle::cancel() const {
+    const std::shared_ptr<State> state = state_.lock();
+    if (!state) return;
+    asio::post(state->strand, [state] {
+        if (!state->finished) state->signal.emit(asio::cancellation_type::terminal);
+    });
+}
+
+namespace {
+
+// The body is this coroutine's own parameter: what it captures lives until the coroutine has ended.
+Task<> runBody(std::function<Task<>()> body) {
+    // Asio would otherwise throw an error of its own at every co_await of a cancelled task.
+    co_await asio::this_coro::throw_if_cancelled(false);
+    co_await body();
+}
+
+}  // namespace
+
+TaskHandle spawn(Executor executor, std::function<Task<>()> body,
+                 std::function<void(std::exception_ptr)> finished) {
+    const auto state = std::make_shared<TaskHandle::State>(asio::make_strand(std::move(executor)));
+    auto whenEnded = [state, finished = std::move(finished)](std::exception_ptr outcome) {
+        state->finished = true;
+        finished(std::move(outcome));
+    };
+    // Started on the strand as well: co_spawn() itself connects the signal.
+    asio::post(state->strand, [state, body = std::move(body), whenEnded = std::move(whenEnded)]() mutable {
+        asio::co_spawn(state->strand, runBody(std::move(body)),
+                       asio::bind_cancellation_slot(state->signal.slot(), std::move(whenEnded)));
+    });
+    return TaskHandle(state);
+}
+
+void runBlocking(Executor executor, std::function<Task<>()> body) {
+    std::promise<void> ended;
+    spawn(std::move(executor), std::move(body), [&ended](std::exception_ptr failure) {
+        if (failure) {
+            ended.set_exception(failure);
+        } else {
+            ended.set_value();
+        }
+    });
+    ended.get_future().get();
+}
+
+// Each waiter is a timer without an end, on the waiter's own executor, which set() cuts short there.
+struct Signal::State {
+    std::mutex mutex;  // guards the fields below; innermost
+    bool isSet = false;
+    std::list<std::shared_ptr<asio::steady_timer>> waiters;
+};
+
+Signal::Signal() : state_(std::make_shared<State>()) {}
+
+void Signal::set() {
+    const std::lock_guard lock(state_->mutex);
+    state_->isSet = true;
+    // Posted under the lock: a waiter that is being destroyed together with its executor has to take the lock
+    // first, so the executor is still there.
+    for (const auto& waiter : state_->waiters)
+        asio::post(waiter->get_executor(), [waiter] { waiter->cancel(); });
+    state_->waiters.clear();
+}
+
+bool Signal::isSet() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->isSet;
+}
+
+Task<> Signal::wait() const {
+    return waitFor(state_);
+}
+
+Task<> Signal::waitFor(std::shared_ptr<State> state) {
+    co_await checkCancellation();
+    const auto timer = std::make_shared<asio::steady_timer>(co_await asio::this_coro::executor,
+                                                            asio::steady_timer::time_point::max());
+    struct Registration {
+        State& state;
+        const std::shared_ptr<asio::steady_timer>& timer;
+        ~Registration() {
+            const std::lock_guard lock(state.mutex);
+            state.waiters.remove(timer);
+        }
+    };
+    {
+        const std::lock_guard lock(state->mutex);
+        if (state->isSet) co_return;
+        state->waiters.push_back(timer);
+    }
+    const Registration registration{*state, timer};
+    boost::system::error_code ended;
+    co_await timer->async_wait(asio::redirect_error(asio::use_awaitable, ended));
+    {
+        const std::lock_guard lock(state->mutex);
+        if (state->isSet) co_return;
+    }
+    throw CancelledError();
+}
+
+struct TaskPool::State {
+    asio::io_context context;
+    std::optional<asio::executor_work_guard<asio::io_context::executor_type>> work{
+        asio::make_work_guard(context)};
+    std::vector<std::jthread> threads;
+};
+
+TaskPool::TaskPool(unsigned threads) : state_(std::make_unique<State>()) {
+    for (unsigned i = 0; i < threads; ++i)
+        state_->threads.emplace_back([this] { state_->context.run(); });
+}
+
+TaskPool::~TaskPool() {
+    state_->work.reset();
+    state_->threads.clear();  // joins
+}
+
+Executor TaskPool::executor() const {
+    return state_->context.get_executor();
+}
+
+}  // namespace vorlinden::platform
