@@ -1,0 +1,65 @@
+// The lock that admits one sync operation at a time across host and extension, and within each of them.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+#include "platform/system.h"
+#include "synckit/types.h"
+
+namespace vorlinden {
+
+// A value: it only names the lock file. The lock lives in the open file, one per call of withOwnership(), so
+// it ends with its operation, with the process at the latest, and two operations of one process exclude each
+// other like those of two. The file is never removed and never written to. Outermost of all locks.
+struct SyncExecutionOwner {
+    // How often a waiter looks whether the lock is free. Waiting holds no thread.
+    static constexpr std::chrono::nanoseconds pollInterval = std::chrono::milliseconds{20};
+
+    explicit SyncExecutionOwner(std::filesystem::path lockFile) : url(std::move(lockFile)) {}
+
+    std::filesystem::path url;
+
+    // Waits for the lock, without a time-out, runs `body` (which gives a Task<T>) and hands its result or
+    // failure on unchanged, with the lock given back before. Without running `body` it throws CancelledError
+    // when the task is cancelled before the lock is held, and FileError if the file can't be opened or
+    // locked; its folder must exist. Not reentrant: `body` would wait for itself. Waiters are served in no
+    // particular order.
+    template <class Body>
+    std::invoke_result_t<Body&> withOwnership(const platform::System& system, Body body) const {
+        return runOwned(system.files, system.timers, url, std::move(body));
+    }
+
+    bool operator==(const SyncExecutionOwner&) const = default;
+
+ private:
+    // The lock while it is held. Move-only; gives it back when it goes.
+    class Ownership {
+     public:
+        explicit Ownership(std::unique_ptr<platform::LockFile> locked) : file_(std::move(locked)) {}
+        Ownership(Ownership&&) = default;
+        Ownership& operator=(Ownership&&) = delete;
+        ~Ownership() {
+            if (file_) file_->unlock();
+        }
+
+     private:
+        std::unique_ptr<platform::LockFile> file_;
+    };
+
+    static Task<Ownership> acquire(std::shared_ptr<platform::FileSystem> files,
+                                   std::shared_ptr<platform::Timers> timers, std::filesystem::path url);
+
+    template <class Body>
+    static std::invoke_result_t<Body&> runOwned(std::shared_ptr<platform::FileSystem> files,
+                                                std::shared_ptr<platform::Timers> timers,
+                                                std::filesystem::path url, Body body) {
+        const Ownership ownership = co_await acquire(std::move(files), std::move(timers), std::move(url));
+        co_return co_await body();
+    }
+};
+
+}  // namespace vorlinden
