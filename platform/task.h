@@ -39,7 +39,8 @@ class TaskHandle {
     std::weak_ptr<State> state_;
 };
 
-// Starts `body` as an independent task on a strand of its own over `executor`. `finished` is called exactly
+// Starts `body` as an independent task on a strand of its own over `executor`, never on the calling thread
+// before spawn() has returned, so a caller may hold a small lock. `finished` is called exactly
 // once on that strand when the task has ended and `body` is gone, with what it threw or null; it must not
 // throw.
 TaskHandle spawn(Executor executor, std::function<Task<>()> body,

@@ -62,21 +62,23 @@ std::string lowerASCII(std::string_view text) {
     return result;
 }
 
-bool isSpace(UChar32 c) {
-    return c >= 0 && u_isUWhiteSpace(c) != 0;
+// Moves `i` behind the sequence that begins there; false if it is none. The macro's own arithmetic narrows.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+bool skipSequence(std::string_view bytes, std::size_t& i) {
+    const char* const text = bytes.data();
+    const std::size_t length = bytes.size();
+    UChar32 c = 0;
+    U8_NEXT(text, i, length, c);
+    return c >= 0;
 }
+#pragma GCC diagnostic pop
 
 }  // namespace
 
 bool isValidUTF8(std::string_view bytes) {
-    const char* const text = bytes.data();
-    const std::size_t length = bytes.size();
-    std::size_t i = endOfASCII(bytes, 0);
-    while (i < length) {
-        UChar32 c = 0;
-        U8_NEXT(text, i, length, c);
-        if (c < 0) return false;
-        if (i < length && static_cast<unsigned char>(text[i]) < 0x80) i = endOfASCII(bytes, i);
+    for (std::size_t i = endOfASCII(bytes, 0); i < bytes.size(); i = endOfASCII(bytes, i)) {
+        if (!skipSequence(bytes, i)) return false;
     }
     return true;
 }
@@ -121,22 +123,17 @@ std::string caseFolded(std::string_view text) {
 }
 
 std::string trimmed(std::string_view text) {
-    const std::string repaired = repairedUTF8(text);
-    const char* const bytes = repaired.data();
-    const std::size_t length = repaired.size();
-    std::size_t begin = 0;
-    for (std::size_t next = 0; next < length; begin = next) {
-        UChar32 c = 0;
-        U8_NEXT(bytes, next, length, c);
-        if (!isSpace(c)) break;
-    }
-    std::size_t end = length;
-    for (std::size_t previous = length; previous > begin; end = previous) {
-        UChar32 c = 0;
-        U8_PREV(bytes, begin, previous, c);
-        if (!isSpace(c)) break;
-    }
-    return repaired.substr(begin, end - begin);
+    const icu::UnicodeString units = icu::UnicodeString::fromUTF8(piece(text));
+    std::int32_t begin = 0;
+    std::int32_t end = units.length();
+    // Every White_Space character is a single UTF-16 unit.
+    while (begin < end && u_isUWhiteSpace(units[begin]))
+        ++begin;
+    while (begin < end && u_isUWhiteSpace(units[end - 1]))
+        --end;
+    std::string result;
+    units.tempSubStringBetween(begin, end).toUTF8String(result);
+    return result;
 }
 
 }  // namespace vorlinden::platform
