@@ -46,7 +46,7 @@ Task<NodeContentSnapshot> readSnapshot(CorePtr core, UUID brainId, std::string n
         const ConflictSpool spool(core->system().files, AppGroup::spoolDirectory(container));
         co_return NodeContentSnapshot::read(brainId, nodeId, *core->store(), spool);
     };
-    auto snapshot = co_await owner.withOwnership<std::optional<NodeContentSnapshot>>(core->system(), read);
+    auto snapshot = co_await owner.withOwnership(core->system(), read);
     if (!snapshot) throw providerError(protocol::noSuchItem);
     co_return *std::move(snapshot);
 }

@@ -114,7 +114,7 @@ Task<> ExtensionCore::signalContainers(std::vector<ItemIdentifier> containers) {
     std::set<ItemIdentifier> each(containers.begin(), containers.end());
     each.insert(workingSetContainerItemIdentifier);
     for (const ItemIdentifier& container : each) {
-        const platform::Signal answered;
+        platform::Signal answered;
         manager->signalEnumerator(container, [answered](std::optional<Error>) mutable { answered.set(); });
         try {
             co_await answered.wait();
