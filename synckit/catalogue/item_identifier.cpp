@@ -3,8 +3,6 @@
 #include <functional>
 #include <utility>
 
-#include "platform/json.h"
-
 namespace vorlinden {
 
 namespace {
@@ -61,17 +59,6 @@ std::string SyncItemIdentifier::rawValue() const {
 
 std::optional<UUID> SyncItemIdentifier::brainId() const {
     return std::visit(BrainId{}, value);
-}
-
-SyncItemIdentifier SyncItemIdentifier::fromJSON(const platform::JSONValue& json) {
-    const std::string_view raw = json.text();
-    auto identifier = fromRawValue(raw);
-    if (!identifier) throw json.corrupted(std::string("Invalid item identifier: ").append(raw));
-    return *std::move(identifier);
-}
-
-platform::JSONText toJSON(const SyncItemIdentifier& identifier) {
-    return platform::toJSON(identifier.rawValue());
 }
 
 }  // namespace vorlinden

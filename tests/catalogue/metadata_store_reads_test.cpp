@@ -1,0 +1,179 @@
+#include <algorithm>
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include "platform/system.h"
+#include "tests/support/catalogue.h"
+
+namespace vorlinden::tests {
+namespace {
+
+const UUID brainA = numberedUUID(1);
+const UUID brainB = numberedUUID(2);
+using Paths = std::vector<std::string>;
+
+TEST(MetadataStoreOpening, MakesItsFolderAndFindsTheGroupsContainer) {
+    TemporaryFolder folder;
+    const auto file = folder / "Library" / "Application Support" / "Vorlinden" / "sync.sqlite";
+    EXPECT_EQ(MetadataStore::databaseURL(folder.path()), file);
+    EXPECT_THROW(MetadataStore(file.string()), SQLiteError);  // the plain path makes no folder
+
+    platform::System system;
+    system.files = platform::posixFileSystem();
+    system.groupContainer = [&](const std::string& group) {
+        return group == "known" ? std::optional(folder.path()) : std::nullopt;
+    };
+    EXPECT_TRUE(MetadataStore::openInAppGroup(system, "known")->brains().empty());
+    EXPECT_TRUE(std::filesystem::exists(file));
+    try {
+        MetadataStore::openInAppGroup(system, "other");
+        FAIL() << "opened without a container";
+    } catch (const MetadataStoreError& error) {
+        EXPECT_EQ(error, MetadataStoreError::containerUnavailable("other"));
+    }
+    EXPECT_THROW(MetadataStore::open(file / "under a file" / "sync.sqlite"), FileError);
+}
+
+class StoreReads : public testing::Test {
+ protected:
+    StoreReads() {
+        store_->upsertBrain(brainRecord(brainA, "alpha"));
+        for (const char* path : {"a", "a/b", "a/b/c", "ä", "ä/漢"})
+            store_->upsert(folderNode(brainA, path));
+        for (const char* path :
+             {"a-b", "a.b", "a0", "a/x.md", "a/b/c/deep.md", "top.md", "ä/é.md", "ä/漢/é.md"})
+            store_->upsert(fileNode(brainA, path));
+        store_->upsert(fileNode(brainB, "a/other brain.md"));
+    }
+    std::string corruption() {
+        try {
+            store_->allNodes(brainA);
+        } catch (const MetadataStoreError& error) {
+            return std::get<MetadataStoreError::CorruptRow>(error.reason).text;
+        }
+        return "";
+    }
+
+    Catalogue store_;
+};
+
+TEST_F(StoreReads, RangesFollowThePathAndNothingBesideIt) {
+    EXPECT_EQ(paths(store_->descendants(brainA, "a")), (Paths{"a/b", "a/b/c", "a/b/c/deep.md", "a/x.md"}));
+    EXPECT_EQ(paths(store_->children(brainA, "a")), (Paths{"a/b", "a/x.md"}));
+    EXPECT_EQ(paths(store_->children(brainA, "")), (Paths{"a", "a-b", "a.b", "a0", "top.md", "ä"}));
+    EXPECT_EQ(paths(store_->children(brainA, "ä")), (Paths{"ä/é.md", "ä/漢"}));
+    EXPECT_EQ(paths(store_->subtree(brainA, "a/b")), (Paths{"a/b", "a/b/c", "a/b/c/deep.md"}));
+    EXPECT_EQ(paths(store_->subtree(brainA, "a/x.md")), (Paths{"a/x.md"}));
+    EXPECT_EQ(paths(store_->subtree(brainA, "missing")), Paths{});
+    const auto all = store_->allNodes(brainA);
+    EXPECT_EQ(all.size(), 13u);
+    EXPECT_EQ(store_->subtree(brainA, ""), all);
+    EXPECT_EQ(store_->descendants(brainA, ""), all);
+}
+
+TEST_F(StoreReads, EnumeratesRootBrainAndFolderAndNothingElse) {
+    const auto enumerated = [&](const SyncItemIdentifier& parent) {
+        Paths found;
+        for (const auto& item : store_->enumerate(parent)) {
+            const auto* node = std::get_if<NodeRecord>(&item.value);
+            found.push_back(node ? node->path : std::get<BrainRecord>(item.value).slug);
+        }
+        return found;
+    };
+    const auto node = [](std::string id) { return SyncItemIdentifier::node(brainA, std::move(id)); };
+    store_->upsertBrain(brainRecord(brainB, "a first"));
+    EXPECT_EQ(enumerated(SyncItemIdentifier::root()), (Paths{"a first", "alpha"}));
+    EXPECT_EQ(enumerated(SyncItemIdentifier::brain(brainA)), paths(store_->children(brainA, "")));
+    EXPECT_EQ(enumerated(node("dir:a")), (Paths{"a/b", "a/x.md"}));
+    EXPECT_EQ(enumerated(node("id:top.md")), Paths{});
+    EXPECT_EQ(enumerated(node("dir:missing")), Paths{});
+}
+
+TEST_F(StoreReads, LooksUpRecordsAndParents) {
+    const auto file = fileNode(brainA, "a/x.md");
+    EXPECT_EQ(store_->record(file.identifier()), SyncItem{file});
+    EXPECT_EQ(store_->record(file.identifier())->identifier(), file.identifier());
+    EXPECT_EQ(store_->record(SyncItemIdentifier::brain(brainA)), SyncItem{brainRecord(brainA, "alpha")});
+    EXPECT_EQ(store_->record(SyncItemIdentifier::brain(brainB)), std::nullopt);
+    EXPECT_EQ(store_->record(SyncItemIdentifier::root()), std::nullopt);
+    EXPECT_EQ(store_->nodeByPath(brainA, "a/x.md"), file);
+    EXPECT_EQ(store_->nodeByPath(brainB, "a/x.md"), std::nullopt);
+
+    EXPECT_EQ(store_->parentIdentifier(file), SyncItemIdentifier::node(brainA, "dir:a"));
+    EXPECT_EQ(store_->parentIdentifier(fileNode(brainA, "top.md")), SyncItemIdentifier::brain(brainA));
+    EXPECT_EQ(store_->parentIdentifier(fileNode(brainA, "gone/x")), SyncItemIdentifier::brain(brainA));
+}
+
+TEST_F(StoreReads, OneUnreadableRowFailsTheReadAndTheFirstFaultIsNamed) {
+    EXPECT_EQ(corruption(), "");
+    store_.execute("UPDATE nodes SET updated_at = '2024-01-01T00:00:00Z' WHERE path = 'top.md'");
+    EXPECT_EQ(corruption(), "invalid date \"2024-01-01T00:00:00Z\"");
+    store_.execute("UPDATE nodes SET updated_at = x'00' WHERE path = 'top.md'");
+    EXPECT_EQ(corruption(), "invalid date \"\"");
+    store_.execute("UPDATE nodes SET kind = 'film' WHERE path = 'top.md'");
+    EXPECT_EQ(corruption(), "invalid node kind \"film\"");
+
+    store_.execute("INSERT INTO brains VALUES ('nonsense', 'z', 'z', NULL)");
+    EXPECT_THROW(store_->brains(), MetadataStoreError);
+    store_.execute(
+        "INSERT INTO pending_changes (brain_id, change_kind, path, created_at) VALUES ('x', 'y', 'p', 'z')");
+    const auto pending = [&]() -> std::string {
+        try {
+            store_->pendingChanges(std::nullopt);
+        } catch (const MetadataStoreError& error) {
+            return std::get<MetadataStoreError::CorruptRow>(error.reason).text;
+        }
+        return "";
+    };
+    EXPECT_EQ(pending(), "invalid change kind \"y\"");
+    store_.execute("UPDATE pending_changes SET change_kind = 'delete'");
+    EXPECT_EQ(pending(), "invalid UUID \"x\"");
+    store_.execute("UPDATE pending_changes SET brain_id = ?", {SQLiteValue::text(brainA.lowerText())});
+    EXPECT_EQ(pending(), "invalid date \"z\"");
+}
+
+TEST_F(StoreReads, ColumnsOfAnotherTypeReadAsTheirDefaults) {
+    store_.execute(
+        "UPDATE nodes SET title = x'41', is_directory = 7, content_version = 'many', blob_hash = x'00', "
+        "blob_size = 'big', upload_error = x'00', brain_id = ? WHERE path = 'top.md'",
+        {SQLiteValue::text(brainA.upperText())});
+    NodeRecord expected = fileNode(brainA, "top.md");
+    expected.title = "";
+    expected.isDirectory = true;
+    expected.contentVersion = 0;
+    EXPECT_EQ(store_->nodeByPath(brainA, "top.md"), expected);
+}
+
+// Ranges of the index against the plain meaning of "under" and "directly under".
+RC_GTEST_PROP(StoreRanges, AgreeWithPlainFiltering, ()) {
+    const auto component =
+        rc::gen::nonEmpty(rc::gen::container<std::string>(rc::gen::elementOf(std::string("ab-.0"))));
+    const auto path =
+        rc::gen::map(rc::gen::resize(4, rc::gen::nonEmpty(rc::gen::container<Paths>(component))),
+                     [](const Paths& components) {
+                         std::string joined = components[0];
+                         for (std::size_t i = 1; i < components.size(); ++i)
+                             joined += "/" + components[i];
+                         return joined;
+                     });
+    const auto nodes = *rc::gen::container<std::set<std::string>>(path);
+    const std::string folder = *path;
+
+    Catalogue store;
+    store->inTransaction([&] {
+        for (const auto& node : nodes)
+            store->upsert(fileNode(brainA, node));
+    });
+    Paths under, directly;
+    for (const auto& node : nodes) {
+        if (!node.starts_with(folder + "/")) continue;
+        under.push_back(node);
+        if (node.find('/', folder.size() + 1) == std::string::npos) directly.push_back(node);
+    }
+    RC_ASSERT(paths(store->descendants(brainA, folder)) == under);
+    RC_ASSERT(paths(store->children(brainA, folder)) == directly);
+}
+
+}  // namespace
+}  // namespace vorlinden::tests
