@@ -29,6 +29,8 @@ struct JSONError : Failure {
     bool operator==(const JSONError&) const = default;
 };
 
+struct JSONTree;
+
 // One value of a JSONDocument: a view, as cheap to copy as a pointer and valid as long as its document.
 // Getters of keys throw when this value is no object.
 class JSONValue {
@@ -59,24 +61,26 @@ class JSONValue {
 
  private:
     friend class JSONDocument;
-    struct Access;
-    JSONValue(const void* root, const void* value) : root_(root), value_(value) {}
-    const void* root_;
-    const void* value_;
+    JSONValue(const JSONTree* tree, std::uint32_t index) : tree_(tree), index_(index) {}
+    JSONError wrongType(std::string_view expected) const;
+    std::string path() const;
+
+    const JSONTree* tree_;
+    std::uint32_t index_;
 };
 
-// A parsed document. Owns its values; the bytes it was parsed from may go. Movable, not shared.
+// A parsed document. It borrows the bytes it was parsed from, so that strings without escapes are never
+// copied: they must live as long as it does.
 class JSONDocument {
  public:
     explicit JSONDocument(std::string_view bytes);  // throws JSONError
-    JSONDocument(JSONDocument&&) noexcept;
-    JSONDocument& operator=(JSONDocument&&) noexcept;
     ~JSONDocument();
+    JSONDocument(const JSONDocument&) = delete;
+    JSONDocument& operator=(const JSONDocument&) = delete;
     JSONValue root() const;
 
  private:
-    struct State;
-    std::unique_ptr<State> state_;
+    std::unique_ptr<JSONTree> tree_;
 };
 
 // JSON text that is already complete, to be nested in another.

@@ -50,6 +50,8 @@ class SyncAPIClient {
     Task<HTTPAnswer> perform(Call call);
     template <class T>
     Task<T> performJSON(Call call);
+    template <class Envelope, class T>
+    Task<T> performJSON(Call call, T Envelope::*content);
 
     const URL baseURL_;
     const std::shared_ptr<HTTPTransport> transport_;

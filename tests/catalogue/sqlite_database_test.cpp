@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/files.h"
 #include "tests/support/temporary_folder.h"
 
 namespace vorlinden::tests {
