@@ -20,8 +20,8 @@ using Header = std::pair<std::string, std::string>;
 struct URLRequest {
     URL url;
     std::string method = "GET";
-    std::vector<Header> headers;
-    std::optional<Data> body;
+    std::vector<Header> headers = {};
+    std::optional<Data> body = {};
     // How long the connection may stay without a byte in either direction.
     std::chrono::seconds timeout{60};
 };

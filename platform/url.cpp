@@ -47,7 +47,7 @@ std::optional<std::string> URL::host() const {
 }
 
 std::string URL::encodedPath() const {
-    return parts(text_).encoded_path();
+    return std::string(parts(text_).encoded_path());
 }
 
 std::optional<std::string> URL::encodedQuery() const {

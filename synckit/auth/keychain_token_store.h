@@ -50,6 +50,8 @@ class KeychainTokenStore : public TokenPersisting {
     void remove() override;
 
  private:
+    void check(std::int32_t status) const;  // throws unless it is success
+
     std::shared_ptr<platform::SecretStore> secrets_;
     platform::SecretName name_;
 };

@@ -7,79 +7,18 @@
 // before a secret could leave for an endpoint of the metadata that isn't to be trusted with it.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "synckit/auth/oauth_messages.h"
 #include "synckit/auth/pkce.h"
 #include "synckit/server/http_transport.h"
 #include "synckit/types.h"
 
 namespace vorlinden {
-
-struct AuthServerMetadata {
-    std::string issuer;
-    URL authorizationEndpoint;
-    URL tokenEndpoint;
-    URL registrationEndpoint;
-    std::vector<std::string> responseTypesSupported;
-    std::vector<std::string> grantTypesSupported;
-    std::vector<std::string> codeChallengeMethodsSupported;
-    std::vector<std::string> tokenEndpointAuthMethodsSupported;
-    std::vector<std::string> scopesSupported;
-    bool operator==(const AuthServerMetadata&) const = default;
-
-    static AuthServerMetadata decode(const Data& data);  // throws platform::JSONError
-};
-
-struct ClientRegistration {
-    std::string clientId;
-    std::string clientName;
-    std::vector<std::string> redirectUris;
-    std::string tokenEndpointAuthMethod;
-    std::vector<std::string> grantTypes;
-    std::vector<std::string> responseTypes;
-    std::optional<std::int64_t> clientIdIssuedAt;  // seconds since 1970
-    bool operator==(const ClientRegistration&) const = default;
-
-    static ClientRegistration decode(const Data& data);  // throws platform::JSONError
-};
-
-struct OAuthTokenResponse {
-    std::string accessToken;
-    std::string tokenType;
-    std::int64_t expiresIn = 0;  // seconds; nobody relies on it
-    std::optional<std::string> refreshToken;
-    std::string scope;
-    bool operator==(const OAuthTokenResponse&) const = default;
-
-    static OAuthTokenResponse decode(const Data& data);  // throws platform::JSONError
-};
-
-// An answer outside 200 to 299 of the authorization side.
-struct OAuthError : Failure {
-    OAuthError(int status, std::string error, std::optional<std::string> errorDescription);
-    static OAuthError decode(int status, const Data& data);  // never fails
-
-    int status;
-    std::string error;  // the OAuth error code, or "unknown"
-    std::optional<std::string> errorDescription;
-
-    bool isInvalidGrant() const { return error == "invalid_grant"; }
-    bool isInvalidClient() const { return error == "invalid_client"; }
-    std::string description() const { return what(); }
-    bool operator==(const OAuthError&) const = default;
-};
-
-// The server's metadata names an endpoint to which no secret may be sent: neither the configured server
-// itself, nor https, nor this machine.
-struct InsecureEndpointError : Failure {
-    explicit InsecureEndpointError(std::string endpoint);
-    std::string endpoint;
-    bool operator==(const InsecureEndpointError&) const = default;
-};
 
 class OAuthClient {
  public:
@@ -109,6 +48,13 @@ class OAuthClient {
                                      std::string refreshToken) const;
 
  private:
+    Task<HTTPAnswer> perform(URLRequest request) const;
+    Task<OAuthTokenResponse> requestToken(AuthServerMetadata metadata,
+                                          std::vector<std::pair<std::string, std::string>> form) const;
+    Task<ClientRegistration> postRegistration(URL endpoint, std::string clientName,
+                                              std::vector<std::string> redirectURIs) const;
+    void requireTrustworthy(const URL& endpoint) const;
+
     URL baseURL_;
     std::shared_ptr<HTTPTransport> transport_;
 };

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "synckit/auth/keychain_token_store.h"
@@ -81,11 +82,15 @@ class TokenManager : public TokenProviding, public std::enable_shared_from_this<
     Task<T> withAuthRetry(std::function<Task<T>()> body);
 
  private:
-    struct Refresh;  // one refresh in flight and its outcome
+    struct Refresh;  // the one in flight, and what came of it
 
     std::optional<std::string> storedAccessToken();
-    void endRejectedSession();
+    [[noreturn]] void endRejectedSession();
+    std::variant<std::string, std::shared_ptr<Refresh>> joinOrStartRefresh(
+        const std::optional<std::string>& rejectedAccessToken);
+    void start(std::shared_ptr<Refresh> refresh);
     Task<std::string> runRefresh();
+    std::string storedRefreshToken();
     Task<AuthServerMetadata> serverMetadata();
     std::string acceptRefreshed(const OAuthTokenResponse& response, const std::string& oldRefreshToken);
     std::string settleInvalidGrant(const std::string& triedRefreshToken);
@@ -118,7 +123,6 @@ Task<T> TokenManager::withAuthRetry(std::function<Task<T>()> body) {
         if (!error.isUnauthenticated()) throw;
     }
     endRejectedSession();
-    throw TokenManagerError::signedOut();
 }
 
 }  // namespace vorlinden
