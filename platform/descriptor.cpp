@@ -24,4 +24,10 @@ void Descriptor::close() noexcept {
     if (fd_ >= 0) ::close(std::exchange(fd_, -1));
 }
 
+// Some file systems don't know how to flush a folder and say EINVAL; then there is nothing to be flushed.
+void flushFolder(const std::filesystem::path& folder) {
+    const Descriptor file = Descriptor::open(folder, O_RDONLY | O_DIRECTORY);
+    if (::fsync(file.get()) != 0 && errno != EINVAL) throw errnoFailure(folder);
+}
+
 }  // namespace vorlinden::platform

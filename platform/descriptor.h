@@ -29,6 +29,9 @@ class Descriptor {
     int fd_ = -1;
 };
 
+// Makes the entries of a folder durable. Throws FileError.
+void flushFolder(const std::filesystem::path& folder);
+
 // The failure that errno tells of, about `path`. EIO where errno says nothing.
 inline FileError errnoFailure(const std::filesystem::path& path) {
     return {errno == 0 ? EIO : errno, path.string()};

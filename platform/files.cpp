@@ -22,13 +22,6 @@ constexpr std::string_view temporaryPrefix = ".vorlinden-";
 constexpr std::string_view temporarySuffix = ".tmp";
 constexpr std::size_t uniqueDigits = 32;
 
-// fsync(2) for a name's sake: makes the folder's entries durable. Some file systems don't know how to flush a
-// folder and say EINVAL; then there is nothing to be flushed.
-void flushFolder(const fs::path& folder) {
-    const Descriptor file = Descriptor::open(folder, O_RDONLY | O_DIRECTORY);
-    if (::fsync(file.get()) != 0 && errno != EINVAL) throw errnoFailure(folder);
-}
-
 fs::path folderOf(const fs::path& path) {
     return path.has_parent_path() ? path.parent_path() : fs::path(".");
 }

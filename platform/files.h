@@ -40,8 +40,8 @@ class FileSystem {
     virtual void remove(const std::filesystem::path& path) = 0;
     // Names in a folder, without "." and "..", in no particular order. FileError if it can't be read.
     virtual std::vector<std::string> list(const std::filesystem::path& folder) = 0;
-    // Removes temporaries of writeAtomically() that no living write of this machine owns. The caller holds
-    // the lock under which the folder is written.
+    // Removes temporaries of writeAtomically() that no living write of this machine owns; one that is being
+    // written just now is left alone, in whatever process.
     virtual void sweepTemporaries(const std::filesystem::path& folder) = 0;
     // open(2) with O_RDWR | O_CREAT | O_CLOEXEC, mode 0600.
     virtual std::unique_ptr<LockFile> openLockFile(const std::filesystem::path& path) = 0;

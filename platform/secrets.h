@@ -22,7 +22,11 @@ struct SecretName {
 class SecretStore {
  public:
     static constexpr std::int32_t success = 0;
+    static constexpr std::int32_t duplicateItem = -25299;
     static constexpr std::int32_t itemNotFound = -25300;
+    // What holds the secret, or would, is open to others or belongs to another user.
+    static constexpr std::int32_t notPrivate = -25243;
+    static constexpr std::int32_t ioFailure = -61;
     static constexpr std::int32_t internalError = -67671;
 
     virtual ~SecretStore() = default;
@@ -33,8 +37,11 @@ class SecretStore {
     virtual std::optional<std::string> statusText(std::int32_t status) = 0;
 };
 
-// One file of mode 0600 per entry in `folder` (mode 0700), replaced atomically. A file or folder that others
-// could read or write is refused with a status whose text says so.
+// The words for the statuses above; absent for any other.
+std::optional<std::string> secretStatusText(std::int32_t status);
+
+// One file of mode 0600 per entry in `folder` (mode 0700, made by the first add), replaced atomically. A file
+// or folder that others could read or write, or that isn't this user's, is refused with `notPrivate`.
 std::shared_ptr<SecretStore> fileSecretStore(std::filesystem::path folder);
 
 }  // namespace vorlinden::platform

@@ -12,6 +12,7 @@
 #include "platform/notifications.h"
 #include "platform/seams.h"
 #include "platform/secrets.h"
+#include "platform/shared_defaults.h"
 #include "platform/task.h"
 
 namespace vorlinden::platform {
@@ -20,15 +21,6 @@ namespace fileprovider {
 class Manager;
 struct Domain;
 }  // namespace fileprovider
-
-// Small settings shared by the processes of the group: one string per key. Thread-safe.
-class SharedDefaults {
- public:
-    virtual ~SharedDefaults() = default;
-    virtual std::optional<std::string> string(const std::string& key) = 0;
-    // Absent removes the key. Throws FileError.
-    virtual void set(const std::string& key, std::optional<std::string> value) = 0;
-};
 
 // A value; every member is shared and thread-safe. Held by whoever needs it; `main`, a test or a simulation
 // makes it.
@@ -40,7 +32,8 @@ struct System {
     std::shared_ptr<FileSystem> files;
     std::shared_ptr<SecretStore> secrets;
     std::shared_ptr<NotificationCenter> notifications;
-    // The folder shared by the processes of a group; absent if there is none.
+    // The folder shared by the processes of a group; absent if there is none. Throws FileError when it can't
+    // be made.
     std::function<std::optional<std::filesystem::path>(const std::string& group)> groupContainer;
     // The settings of a group; null if there are none.
     std::function<std::shared_ptr<SharedDefaults>(const std::string& group)> sharedDefaults;
@@ -56,7 +49,7 @@ struct System {
 struct Folders {
     std::filesystem::path data;    // $XDG_DATA_HOME/vorlinden: group containers, secrets
     std::filesystem::path config;  // $XDG_CONFIG_HOME/vorlinden: shared settings
-    std::filesystem::path state;   // $XDG_STATE_HOME/vorlinden: the daemon's own state
+    std::filesystem::path state;   // $XDG_STATE_HOME/vorlinden: the daemon's own state, wake-ups
     std::filesystem::path cache;   // $XDG_CACHE_HOME/vorlinden: content that can be fetched again
     static Folders ofUser();
 };
