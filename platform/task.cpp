@@ -25,6 +25,9 @@ namespace vorlinden::platform {
 namespace asio = boost::asio;
 
 Task<> checkCancellation() {
+    // cancel() works by a post to the task's strand: after one turn of the strand, one that came before has
+    // been heard.
+    co_await asio::post(asio::use_awaitable);
     const asio::cancellation_state state = co_await asio::this_coro::cancellation_state;
     if (state.cancelled() != asio::cancellation_type::none) throw CancelledError();
 }

@@ -22,7 +22,8 @@ template <class T = void>
 using Task = boost::asio::awaitable<T>;
 using Executor = boost::asio::any_io_executor;
 
-// Throws CancelledError if the running task has been cancelled.
+// Throws CancelledError if cancel() has been called for the running task, on whatever thread. The other
+// primitives begin with it, so none of them succeeds that is entered after cancel() has returned.
 Task<> checkCancellation();
 
 // Cancels a running task from any thread, any number of times. Holding it keeps neither the task nor its

@@ -4,6 +4,8 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <variant>
 #include <vector>
 

@@ -1,5 +1,7 @@
 #include "tests/support/hooked_files.h"
 
+#include "platform/failure.h"
+
 namespace vorlinden::tests {
 
 void HookedFiles::failOn(FileOperation operation, int code, std::function<bool(const Path&)> concerns) {

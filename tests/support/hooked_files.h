@@ -13,7 +13,7 @@ enum class FileOperation { exists, createDirectories, read, write, remove, list,
 
 // The file system below it, with a look before each operation: `before` may throw a FileError, which then is
 // the operation's outcome. Set `before` while no operation runs.
-class HookedFiles final : public platform::FileSystem {
+class HookedFiles : public platform::FileSystem {
  public:
     using Path = std::filesystem::path;
 

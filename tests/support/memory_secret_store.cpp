@@ -1,5 +1,7 @@
 #include "tests/support/memory_secret_store.h"
 
+#include <utility>
+
 namespace vorlinden::tests {
 
 using platform::Data;

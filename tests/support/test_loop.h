@@ -4,7 +4,11 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <type_traits>
+#include <utility>
+#include <variant>
 
 #include <boost/asio/io_context.hpp>
 

@@ -1,0 +1,294 @@
+#include "synckit/container/sync_execution_owner.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <deque>
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/support/fake_system.h"
+
+namespace vorlinden {
+namespace {
+
+using namespace std::chrono_literals;
+using tests::FakeSystem;
+using tests::StartedTask;
+
+// Lock attempts that end as scripted, with a word to the test before each.
+class ScriptedLocks final : public tests::HookedFiles {
+ public:
+    struct State {
+        std::deque<int> codes;  // one per attempt; 0 when they run out
+        std::function<void()> attempted = [] {};
+        int unlocks = 0;
+        int open = 0;
+    };
+
+    ScriptedLocks() : HookedFiles(platform::posixFileSystem()) {}
+    const std::shared_ptr<State> state = std::make_shared<State>();
+
+    std::unique_ptr<platform::LockFile> openLockFile(const Path&) override {
+        return std::make_unique<Lock>(state);
+    }
+
+ private:
+    class Lock final : public platform::LockFile {
+     public:
+        explicit Lock(std::shared_ptr<State> ofTest) : state_(std::move(ofTest)) { ++state_->open; }
+        ~Lock() override { --state_->open; }
+        int tryLock() override {
+            state_->attempted();
+            if (state_->codes.empty()) return 0;
+            const int code = state_->codes.front();
+            state_->codes.pop_front();
+            return code;
+        }
+        void unlock() override { ++state_->unlocks; }
+
+     private:
+        std::shared_ptr<State> state_;
+    };
+};
+
+class ExecutionLock : public ::testing::Test {
+ protected:
+    FakeSystem fake;
+    platform::System system = fake.system();
+    const SyncExecutionOwner owner{fake.folder / "sync-execution.lock"};
+    platform::Signal mayEnd;  // what the bodies of hold() wait for
+    int bodies = 0;
+
+    // Takes the lock and keeps it until `mayEnd`.
+    StartedTask<> hold() {
+        return fake.loop.start([this] {
+            return owner.withOwnership(system, [this]() -> Task<> {
+                ++bodies;
+                co_await mayEnd.wait();
+            });
+        });
+    }
+    // Takes the lock and gives `value`.
+    StartedTask<int> take(int value) {
+        return fake.loop.start([this, value] {
+            return owner.withOwnership(system, [this, value]() -> Task<int> {
+                ++bodies;
+                co_return value;
+            });
+        });
+    }
+    void letEnd() {
+        mayEnd.set();
+        fake.loop.runUntilIdle();
+    }
+};
+
+TEST_F(ExecutionLock, WaiterGetsItWithinOneIntervalOfItsReleaseAndHoldsNoThreadMeanwhile) {
+    const auto holder = hold();
+    std::vector<StartedTask<int>> waiters;
+    for (int i = 0; i < 100; ++i)
+        waiters.push_back(take(i));
+    EXPECT_EQ(fake.timers->sleeping(), 100u);  // all of them in this one thread
+    EXPECT_EQ(fake.timers->untilNext(), 20ms);
+    fake.advance(20ms);
+    fake.advance(20ms);
+    EXPECT_EQ(bodies, 1);
+    EXPECT_EQ(fake.timers->sleeping(), 100u);
+
+    letEnd();
+    EXPECT_TRUE(holder.done());
+    fake.advance(20ms);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(waiters[static_cast<std::size_t>(i)].result(), i);
+}
+
+TEST_F(ExecutionLock, CancelledWaiterLeavesWithoutRunningAndWithoutDisturbingTheHolder) {
+    const auto holder = hold();
+    const auto waiter = take(1);
+    waiter.cancel();
+    fake.loop.runUntilIdle();
+    EXPECT_THROW(waiter.result(), CancelledError);
+    EXPECT_EQ(bodies, 1);
+
+    const auto second = take(2);
+    fake.advance(20ms);
+    EXPECT_FALSE(second.done());  // still held
+    letEnd();
+    fake.advance(20ms);
+    EXPECT_EQ(second.result(), 2);
+    EXPECT_NO_THROW(holder.result());
+}
+
+TEST_F(ExecutionLock, FailureAndCancellationInsideTheBodyPassThroughAndFreeIt) {
+    const auto failing = fake.loop.start([this] {
+        return owner.withOwnership(system, []() -> Task<std::string> {
+            throw FileError(ENOSPC, "spool");
+            co_return "";
+        });
+    });
+    EXPECT_THROW(
+        try { failing.result(); } catch (const FileError& error) {
+            EXPECT_EQ(error, FileError(ENOSPC, "spool"));
+            throw;
+        },
+        FileError);
+
+    const auto holder = hold();
+    holder.cancel();
+    fake.loop.runUntilIdle();
+    EXPECT_THROW(holder.result(), CancelledError);
+    EXPECT_EQ(take(3).result(), 3);  // at once
+}
+
+TEST_F(ExecutionLock, InterruptedAttemptsAreRepeatedAndOtherErrorsEndTheWait) {
+    const auto locks = std::make_shared<ScriptedLocks>();
+    system.files = locks;
+    locks->state->codes = {EINTR, EWOULDBLOCK, 0};
+    const auto patient = take(1);
+    fake.advance(20ms);
+    EXPECT_FALSE(patient.done());
+    fake.advance(20ms);
+    EXPECT_EQ(patient.result(), 1);
+
+    locks->state->codes = {EWOULDBLOCK, ENOLCK};
+    const auto refused = take(2);
+    fake.advance(20ms);
+    try {
+        refused.result();
+        ADD_FAILURE() << "the failure got lost";
+    } catch (const FileError& error) {
+        EXPECT_EQ(error, FileError(ENOLCK, owner.url.string()));
+    }
+    EXPECT_EQ(locks->state->unlocks, 1);
+    EXPECT_EQ(locks->state->open, 0);
+}
+
+TEST_F(ExecutionLock, CancelledBetweenLockAndBodyItIsGivenBackUnused) {
+    const auto locks = std::make_shared<ScriptedLocks>();
+    system.files = locks;
+    locks->state->codes = {EWOULDBLOCK};
+    const auto task = take(1);
+    locks->state->attempted = [&task] { task.cancel(); };
+    fake.advance(20ms);
+    EXPECT_THROW(task.result(), CancelledError);
+    EXPECT_EQ(bodies, 0);
+    EXPECT_EQ(locks->state->unlocks, 1);
+    EXPECT_EQ(locks->state->open, 0);
+}
+
+TEST_F(ExecutionLock, MissingFolderIsAFailureAndTheFileStaysEmpty) {
+    const SyncExecutionOwner elsewhere{fake.folder / "missing" / "sync-execution.lock"};
+    const auto task =
+        fake.loop.start([&] { return elsewhere.withOwnership(system, []() -> Task<int> { co_return 1; }); });
+    try {
+        task.result();
+        ADD_FAILURE() << "the failure got lost";
+    } catch (const FileError& error) {
+        EXPECT_EQ(error, FileError(ENOENT, elsewhere.url.string()));
+    }
+    take(1).result();
+    EXPECT_EQ(std::filesystem::file_size(owner.url), 0u);
+}
+
+// Runs `body` in a process of its own, on two real threads and with the real clock; its exit status is 0 if
+// it returned.
+template <class Body>
+pid_t inAnotherProcess(platform::System system, Body body) {
+    const pid_t child = ::fork();
+    if (child != 0) return child;
+    try {
+        platform::TaskPool pool(2);
+        system.executor = pool.executor();
+        system.timers = platform::systemTimers();
+        body(system);
+    } catch (...) {
+        ::_exit(1);
+    }
+    ::_exit(0);
+}
+
+int exitStatusOf(pid_t child) {
+    int status = 0;
+    return ::waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(ExecutionLock, DeathOfTheHoldingProcessFreesIt) {
+    std::array<int, 2> held{};
+    ASSERT_EQ(::pipe(held.data()), 0);
+    const pid_t child = inAnotherProcess(system, [&](const platform::System& there) {
+        platform::runBlocking(there.executor, std::function<Task<>()>([&] {
+                                  return owner.withOwnership(there, [&]() -> Task<> {
+                                      [[maybe_unused]] const auto told = ::write(held[1], "!", 1);
+                                      co_await platform::Signal().wait();
+                                  });
+                              }));
+    });
+    ASSERT_GT(child, 0);
+    char byte = 0;
+    ASSERT_EQ(::read(held[0], &byte, 1), 1);
+
+    const auto waiter = take(1);
+    fake.advance(20ms);
+    EXPECT_FALSE(waiter.done());
+    ASSERT_EQ(::kill(child, SIGKILL), 0);
+    EXPECT_EQ(exitStatusOf(child), -1);
+    fake.advance(20ms);
+    EXPECT_EQ(waiter.result(), 1);
+    ::close(held[0]);
+    ::close(held[1]);
+}
+
+TEST_F(ExecutionLock, NoTwoBodiesOverlapInOrBetweenProcesses) {
+    struct Shared {
+        std::atomic<int> inside{0};
+        std::atomic<int> overlaps{0};
+        int rounds = 0;  // guarded by the lock under test
+    };
+    void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* shared = new (memory) Shared;
+
+    constexpr int processes = 3, tasks = 4, rounds = 5;
+    std::vector<pid_t> children;
+    for (int process = 0; process < processes; ++process) {
+        children.push_back(inAnotherProcess(system, [&](const platform::System& there) {
+            const auto round = [&]() -> Task<> {
+                if (shared->inside.fetch_add(1) != 0) ++shared->overlaps;
+                const int before = shared->rounds;
+                co_await there.timers->sleep(1ms);
+                shared->rounds = before + 1;
+                shared->inside.fetch_sub(1);
+            };
+            std::vector<platform::Signal> ended(tasks);
+            for (platform::Signal& end : ended) {
+                platform::spawn(
+                    there.executor,
+                    [&]() -> Task<> {
+                        for (int i = 0; i < rounds; ++i)
+                            co_await owner.withOwnership(there, round);
+                    },
+                    [end](std::exception_ptr failure) mutable {
+                        if (failure) ::_exit(2);
+                        end.set();
+                    });
+            }
+            platform::runBlocking(there.executor, std::function<Task<>()>([&]() -> Task<> {
+                                      for (const platform::Signal& end : ended)
+                                          co_await end.wait();
+                                  }));
+        }));
+    }
+    for (const pid_t child : children)
+        EXPECT_EQ(exitStatusOf(child), 0);
+    EXPECT_EQ(shared->overlaps.load(), 0);
+    EXPECT_EQ(shared->rounds, processes * tasks * rounds);
+    ::munmap(memory, sizeof(Shared));
+}
+
+}  // namespace
+}  // namespace vorlinden
