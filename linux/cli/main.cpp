@@ -2,6 +2,13 @@
 #include "linux/cli/verbs.h"
 
 int main(int argc, char** argv) {
-    vorlinden::cli::Program program;
+    using namespace vorlinden::cli;
+    Program program;
+    addConfig(program);
+    addLogin(program);
+    addSync(program);
+    addStatus(program);
+    addLogout(program);
+    addOpenURL(program);
     return program.run(argc, argv);
 }

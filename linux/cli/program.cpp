@@ -1,17 +1,36 @@
 #include "linux/cli/program.h"
 
-#include <cstdio>
 #include <iostream>
 #include <utility>
 
-#include "linux/cli/explain.h"
+#include "linux/host/explain.h"
+#include "synckit/container/sync_kit.h"
 
 namespace vorlinden::cli {
+namespace {
+
+int report(const std::exception_ptr& failure) {
+    const auto explanation = host::explain(failure);
+    std::cout.flush();
+    std::cerr << explanation.sentence << "\n";
+    return explanation.needsPerson ? needsPerson : failed;
+}
+
+// A full disk or a closed pipe behind standard output must not pass for success.
+int statusWithOutputWritten(int status) {
+    if (std::cout.flush()) return status;
+    std::cerr << "The result could not be written to standard output.\n";
+    return failed;
+}
+
+}  // namespace
 
 Program::Program() : app_("Your team's knowledge store as an ordinary folder.", "vorlinden") {
+    app_.set_version_flag("--version", SyncKit::version);
     app_.require_subcommand(1);
-    app_.failure_message([](const CLI::App* app, const CLI::Error& error) {
-        return std::string(error.what()) + "\nSee `" + app->get_name() + " --help`.\n";
+    app_.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string(error.what()) +
+               "\nSee `vorlinden --help`, or `vorlinden VERB --help` for one verb.\n";
     });
 }
 
@@ -26,22 +45,15 @@ int Program::run(int argc, const char* const* argv) {
     try {
         app_.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app_.exit(error, std::cout, std::cerr) == 0 ? done : wrongUsage;
+        return app_.exit(error, std::cout, std::cerr) == 0 ? statusWithOutputWritten(done) : wrongUsage;
     }
     try {
-        const int status = chosen_();
-        // A full disk or a closed pipe behind standard output must not pass for success.
-        std::cout.flush();
-        if (!std::cout || std::fflush(stdout) != 0) {
-            std::cerr << "The result could not be written to standard output.\n";
-            return failed;
-        }
-        return status;
+        return statusWithOutputWritten(chosen_());
+    } catch (const UsageError& error) {
+        std::cerr << error.what() << "\n";
+        return wrongUsage;
     } catch (...) {
-        const auto explanation = explain(std::current_exception());
-        std::cout.flush();
-        std::cerr << explanation.sentence << "\n";
-        return explanation.status;
+        return report(std::current_exception());
     }
 }
 

@@ -3,7 +3,7 @@
 //
 // A verb is one file verb_NAME.cpp with one function that adds it (see verbs.h). What a person must read goes
 // to standard error, what a script or pipe takes goes to standard output. A verb simply throws what it can't
-// cope with: run() prints the sentence of linux/cli/explain.h and turns it into an exit status.
+// cope with: run() prints the sentence of linux/host/explain.h and turns it into an exit status.
 #pragma once
 
 #include <functional>

@@ -4,4 +4,13 @@
 
 #include "linux/cli/program.h"
 
-namespace vorlinden::cli {}  // namespace vorlinden::cli
+namespace vorlinden::cli {
+
+void addConfig(Program& program);
+void addLogin(Program& program);
+void addLogout(Program& program);
+void addOpenURL(Program& program);
+void addStatus(Program& program);
+void addSync(Program& program);
+
+}  // namespace vorlinden::cli

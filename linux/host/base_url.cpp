@@ -1,0 +1,60 @@
+#include "linux/host/base_url.h"
+
+#include <charconv>
+#include <cstdint>
+#include <utility>
+
+#include "platform/failure.h"
+#include "platform/text.h"
+#include "platform/url.h"
+#include "synckit/container/app_group.h"
+
+namespace vorlinden::host {
+namespace {
+
+// The digits behind the last ":" of "scheme://host:port", absent without a port.
+bool hasPossiblePort(const platform::URL& url) {
+    const auto origin = url.origin();
+    if (!origin) return false;
+    const auto digits = std::string_view(*origin).substr(origin->rfind(':') + 1);
+    std::uint16_t port = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
+    return error == std::errc{} && end == digits.data() + digits.size() && port != 0;
+}
+
+}  // namespace
+
+BaseURLSetting baseURLSetting(const platform::System& system) {
+    const auto defaults = AppGroup::defaults(system);
+    BaseURLSetting setting;
+    if (defaults) setting.override = defaults->string(AppGroup::baseURLOverrideKey);
+    const auto url = AppGroup::baseURL(setting.override);
+    setting.inUse = url.absoluteString();
+    setting.isDefault = url == AppGroup::defaultBaseURL();
+    return setting;
+}
+
+std::optional<std::string> objectionToBaseURL(std::string_view text) {
+    const auto trimmed = platform::trimmed(text);
+    if (trimmed.empty()) return "it is empty";
+    const auto url = platform::URL::parse(trimmed);
+    if (!url) return "it is not a URL; write it like https://sync.example.com";
+    const auto scheme = platform::lowerCased(url->scheme().value_or(""));
+    if (scheme != "http" && scheme != "https") return "it has to begin with https:// or http://";
+    if (url->host().value_or("").empty()) return "it names no host";
+    if (!hasPossiblePort(*url)) return "its port is not a number from 1 to 65535";
+    if (url->encodedQuery() || trimmed.find('#') != std::string::npos) {
+        return "what follows \"?\" or \"#\" would be left out";
+    }
+    if (AppGroup::baseURL(std::string(text)) != *url) return "the program could not use it";
+    return std::nullopt;
+}
+
+void setBaseURL(const platform::System& system, std::optional<std::string> text) {
+    const auto defaults = AppGroup::defaults(system);
+    if (!defaults) throw platform::FileError::noSuchFile();
+    if (text) text = platform::trimmed(*text);
+    defaults->set(AppGroup::baseURLOverrideKey, std::move(text));
+}
+
+}  // namespace vorlinden::host

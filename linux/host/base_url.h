@@ -1,0 +1,27 @@
+// The one setting of the product: which server it talks to.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/system.h"
+
+namespace vorlinden::host {
+
+struct BaseURLSetting {
+    std::optional<std::string> override;  // as it is stored
+    std::string inUse;                    // what the library makes of it
+    bool isDefault = true;                // the stored text, if any, is passed over
+};
+
+BaseURLSetting baseURLSetting(const platform::System& system);
+
+// Why `text` can't be the setting, as the rest of a sentence; absent if it can. Whatever the library would
+// pass over in silence, wholly or in part, is refused.
+std::optional<std::string> objectionToBaseURL(std::string_view text);
+
+// Stores a text without an objection, or removes the setting. Throws FileError.
+void setBaseURL(const platform::System& system, std::optional<std::string> text);
+
+}  // namespace vorlinden::host

@@ -1,0 +1,125 @@
+#include "linux/host/desktop.h"
+
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include "linux/host/failures.h"
+
+extern char** environ;
+
+namespace vorlinden::host {
+namespace {
+
+constexpr const char* entryName = "vorlinden-link.desktop";
+
+// Quoted for the Exec key: reserved characters escaped for its own quoting, then backslashes for the file's
+// strings.
+std::string execQuoted(const std::string& argument) {
+    std::string quoted = "\"";
+    for (const char c : argument) {
+        if (c == '"' || c == '`' || c == '$' || c == '\\') quoted += "\\\\";
+        if (c == '\\') quoted += '\\';
+        if (c == '%') quoted += '%';
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+
+class SpawnSettings {
+ public:
+    SpawnSettings() {
+        ::posix_spawn_file_actions_init(&actions_);
+        for (const int descriptor : {0, 1, 2}) {
+            ::posix_spawn_file_actions_addopen(&actions_, descriptor, "/dev/null", O_RDWR, 0);
+        }
+        // The child gets the signals that this program waits for in its own way.
+        ::posix_spawnattr_init(&attributes_);
+        sigset_t none;
+        sigemptyset(&none);
+        ::posix_spawnattr_setsigmask(&attributes_, &none);
+        ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK);
+    }
+    ~SpawnSettings() {
+        ::posix_spawn_file_actions_destroy(&actions_);
+        ::posix_spawnattr_destroy(&attributes_);
+    }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    const posix_spawn_file_actions_t* actions() const { return &actions_; }
+    const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+    posix_spawn_file_actions_t actions_{};
+    posix_spawnattr_t attributes_{};
+};
+
+int exitStatus(pid_t child) {
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) return 127;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace
+
+void runProgram(const std::vector<std::string>& command) {
+    std::vector<char*> arguments;
+    for (const auto& argument : command)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    const SpawnSettings settings;
+    pid_t child = 0;
+    const int error = ::posix_spawnp(&child, arguments[0], settings.actions(), settings.attributes(),
+                                     arguments.data(), environ);
+    const int status = error == 0 ? exitStatus(child) : 127;
+    if (status != 0) throw ProgramFailed(command.front(), status);
+}
+
+std::string desktopEntry(const std::filesystem::path& program) {
+    return "[Desktop Entry]\n"
+           "Type=Application\n"
+           "Name=Vorlinden sign-in\n"
+           "Exec=" +
+           execQuoted(program.string()) +
+           " open-url %u\n"
+           "NoDisplay=true\n"
+           "Terminal=false\n"
+           "MimeType=x-scheme-handler/vorlinden;\n";
+}
+
+void installLinkHandler(platform::FileSystem& files, const std::filesystem::path& dataHome,
+                        const std::filesystem::path& program) {
+    const auto folder = dataHome / "applications";
+    files.createDirectories(folder);
+    files.writeAtomically(platform::Data(desktopEntry(program)), folder / entryName);
+    runProgram({"xdg-mime", "default", entryName, "x-scheme-handler/vorlinden"});
+}
+
+DesktopPage::DesktopPage(const platform::System& system, const platform::Folders& folders,
+                         std::function<void(const std::string&)> tell)
+    : system_(system), folders_(folders), tell_(std::move(tell)) {}
+
+Task<std::string> DesktopPage::visit(URL page) {
+    RedirectInbox inbox(system_, folders_.state);
+    try {
+        installLinkHandler(*system_.files, folders_.data.parent_path(),
+                           std::filesystem::read_symlink("/proc/self/exe"));
+        runProgram({"xdg-open", page.absoluteString()});
+        tell_("The sign-in page is open in your browser. Allow access there; this program waits for it.");
+    } catch (const ProgramFailed& failure) {
+        tell_(std::string(failure.what()) + " Open this page in a browser on this machine yourself:\n" +
+              page.absoluteString() +
+              "\nIf nothing happens after you allowed access, run `vorlinden open-url ADDRESS` with the "
+              "address "
+              "that the browser was sent to.");
+    }
+    co_return co_await inbox.receive();
+}
+
+}  // namespace vorlinden::host

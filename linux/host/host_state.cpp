@@ -1,0 +1,75 @@
+#include "linux/host/host_state.h"
+
+#include <utility>
+#include <vector>
+
+#include "platform/json.h"
+
+namespace vorlinden::host {
+namespace {
+
+platform::JSONText encoded(const platform::UUID& brain, const PullRecord& record) {
+    platform::JSONObjectBuilder object;
+    object.add("brain", brain.upperText());
+    if (record.pulledAt) object.add("pulledAt", platform::formatTimestamp(*record.pulledAt));
+    object.add("failure", record.failure);
+    return object.text();
+}
+
+}  // namespace
+
+HostState::HostState(const platform::System& system, const std::filesystem::path& folder)
+    : files_(system.files), file_(folder / "host.json") {
+    try {
+        read();
+    } catch (const platform::FileError&) {
+        // Not written yet.
+    } catch (const platform::JSONError&) {
+        registeredAt_.reset();
+        roundFailure_.reset();
+        pulls_.clear();
+    }
+}
+
+void HostState::read() {
+    const platform::JSONDocument document(files_->read(file_).view());
+    const auto root = document.root();
+    registeredAt_ = root.optionalString("registeredAt");
+    roundFailure_ = root.optionalString("roundFailure");
+    for (const auto& value : root.required("pulls").list()) {
+        const auto brain = platform::UUID::parse(value.requiredString("brain"));
+        if (!brain) throw value.corrupted("not a UUID");
+        const auto at = value.optionalString("pulledAt");
+        pulls_[*brain] = {at ? platform::parseTimestamp(*at) : std::nullopt, value.optionalString("failure")};
+    }
+}
+
+void HostState::write() const {
+    std::vector<platform::JSONText> pulls;
+    for (const auto& [brain, record] : pulls_)
+        pulls.push_back(encoded(brain, record));
+    platform::JSONObjectBuilder root;
+    root.add("registeredAt", registeredAt_)
+        .add("roundFailure", roundFailure_)
+        .add("pulls", platform::toJSON(pulls));
+    files_->createDirectories(file_.parent_path());
+    files_->writeAtomically(platform::Data(root.text().text + "\n"), file_);
+}
+
+void HostState::setRegisteredAt(std::string issuer) {
+    registeredAt_ = std::move(issuer);
+    write();
+}
+
+void HostState::setRound(std::map<platform::UUID, PullRecord> pulls) {
+    pulls_ = std::move(pulls);
+    roundFailure_.reset();
+    write();
+}
+
+void HostState::setRoundFailure(std::string failure) {
+    roundFailure_ = std::move(failure);
+    write();
+}
+
+}  // namespace vorlinden::host

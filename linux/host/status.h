@@ -1,0 +1,49 @@
+// How things stand, from what lies on this machine alone: no request goes out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "linux/host/base_url.h"
+#include "linux/host/host_state.h"
+#include "platform/system.h"
+#include "synckit/catalogue/records.h"
+
+namespace vorlinden::host {
+
+struct BrainStatus {
+    BrainRecord brain;
+    std::size_t files = 0;
+    std::size_t folders = 0;
+    std::int64_t uploadErrors = 0;
+    std::size_t waiting = 0;  // journal rows
+    PullRecord pull;
+};
+
+struct Status {
+    bool signedIn = false;
+    std::optional<std::string> signInProblem;  // why the stored session doesn't read
+    BaseURLSetting server;
+    std::optional<std::string> deviceId;
+    std::optional<std::string> deviceName;
+    std::vector<BrainStatus> brains;
+    std::size_t waiting = 0;  // journal rows, those of brains that are gone among them
+    bool syncRuns = false;
+    std::optional<std::string> roundFailure;  // why the last round could not be held
+};
+
+// A catalogue that isn't there is none of the failures: nothing was ever pulled. Throws CatalogueUnusable.
+Status gatherStatus(const platform::System& system, const platform::Folders& folders);
+
+// For a script: one line of JSON.
+std::string statusJSON(const Status& status);
+// For a person: some lines.
+std::string statusText(const Status& status, platform::Timestamp now);
+
+// "just now", "5 minutes ago", "2 days ago".
+std::string ageText(platform::Timestamp then, platform::Timestamp now);
+
+}  // namespace vorlinden::host

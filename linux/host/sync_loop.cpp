@@ -1,0 +1,145 @@
+#include "linux/host/sync_loop.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+
+#include "linux/host/alarm.h"
+#include "linux/host/explain.h"
+#include "linux/host/host_state.h"
+#include "linux/host/pauses.h"
+#include "synckit/container/sync_signal.h"
+
+namespace vorlinden::host {
+namespace {
+
+using std::chrono::milliseconds;
+using namespace std::chrono_literals;
+
+// A wake-up brings at most one round a second, and while the server is away at most one try in half a minute.
+constexpr milliseconds quietAfterRound = 1s;
+constexpr milliseconds quietWhileAway = 30s;
+
+void remember(const Workspace& workspace, const std::vector<BrainReport>& reports) {
+    HostState state(workspace.system, workspace.folders.state);
+    std::map<UUID, PullRecord> pulls;
+    for (const auto& report : reports) {
+        const auto before = state.pulls().find(report.brain.brainId);
+        auto& record = pulls[report.brain.brainId];
+        if (!report.failure) {
+            record.pulledAt = workspace.system.clock->now();
+            continue;
+        }
+        if (before != state.pulls().end()) record.pulledAt = before->second.pulledAt;
+        record.failure = explain(report.failure).sentence;
+    }
+    state.setRound(std::move(pulls));
+}
+
+void rememberFailure(const Workspace& workspace, const std::exception_ptr& failure) {
+    HostState(workspace.system, workspace.folders.state).setRoundFailure(explain(failure).sentence);
+}
+
+// What one turn of the loop came to: reports, or the failure that kept it from being held or complete.
+struct Turn {
+    std::vector<BrainReport> reports;
+    std::exception_ptr failure;
+    bool needsPerson = false;
+};
+
+Task<Turn> turn(WorkspaceRef workspace, SyncObserver& observer) {
+    Turn result;
+    try {
+        result.reports = co_await syncOnce(workspace, observer);
+    } catch (const CancelledError&) {
+        throw;
+    } catch (...) {
+        result.failure = std::current_exception();
+        result.needsPerson = explain(result.failure).needsPerson;
+        co_return result;
+    }
+    const auto away = std::find_if(
+        result.reports.begin(), result.reports.end(),
+        [](const BrainReport& report) { return report.failure && serverIsAway(report.failure); });
+    if (away != result.reports.end()) result.failure = away->failure;
+    co_return result;
+}
+
+double chance(platform::Random& random) {
+    std::uint8_t byte = 0;
+    random.fill(std::span(&byte, 1));
+    return byte / 256.0;
+}
+
+// Waits for `pause` or a wake-up, deaf to wake-ups for the first `quiet` of it.
+Task<> rest(WorkspaceRef workspace, std::shared_ptr<Alarm> alarm, milliseconds pause, milliseconds quiet) {
+    const auto deaf = std::min(pause, quiet);
+    co_await workspace->system.timers->sleep(deaf);
+    co_await alarm->wait(workspace->system, pause - deaf);
+}
+
+std::unique_ptr<platform::NotificationCenter::Registration> listenForWakeUps(
+    const Workspace& workspace, const std::shared_ptr<Alarm>& alarm) {
+    try {
+        return workspace.system.notifications->listen(SyncSignal::syncNowName, [alarm] { alarm->ring(); });
+    } catch (const FileError&) {
+        return nullptr;  // The machine is out of watches: the interval has to do.
+    }
+}
+
+std::unique_ptr<platform::LockFile> runningLock(const platform::System& system,
+                                                const platform::Folders& folders) {
+    system.files->createDirectories(folders.state);
+    return system.files->openLockFile(folders.state / "sync-running.lock");
+}
+
+}  // namespace
+
+Task<std::vector<BrainReport>> syncOnce(WorkspaceRef workspace, PullObserver& observer) {
+    std::exception_ptr failure;
+    try {
+        auto reports = co_await pullRound(workspace, observer);
+        remember(*workspace, reports);
+        co_return reports;
+    } catch (const CancelledError&) {
+        throw;
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    rememberFailure(*workspace, failure);
+    std::rethrow_exception(failure);
+}
+
+Task<> syncForever(WorkspaceRef workspace, milliseconds interval, SyncObserver& observer) {
+    const auto alarm = std::make_shared<Alarm>();
+    const auto wakeUps = listenForWakeUps(*workspace, alarm);
+    const auto running = runningLock(workspace->system, workspace->folders);
+    bool marked = false;
+    unsigned failures = 0;
+    bool toldSignedOut = false;
+    while (true) {
+        marked = marked || running->tryLock() == 0;
+        const auto result = co_await turn(workspace, observer);
+        const bool retry = result.failure && !result.needsPerson;
+        failures = retry ? failures + 1 : 0;
+        const auto pause =
+            retry ? std::max(pauseAfterFailures(failures, chance(*workspace->system.random)), quietAfterRound)
+                  : interval;
+        if (retry) observer.willRetry(result.failure, pause);
+        if (!result.failure) observer.willRest(result.reports);
+        if (result.needsPerson && !toldSignedOut) observer.isSignedOut(result.failure);
+        toldSignedOut = result.needsPerson;
+        co_await rest(workspace, alarm, pause, retry ? quietWhileAway : quietAfterRound);
+    }
+}
+
+bool isSyncRunning(const platform::System& system, const platform::Folders& folders) {
+    const auto lock = runningLock(system, folders);
+    if (lock->tryLock() != 0) return true;
+    lock->unlock();
+    return false;
+}
+
+}  // namespace vorlinden::host
