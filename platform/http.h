@@ -22,8 +22,8 @@ struct URLRequest {
     std::string method = "GET";
     std::vector<Header> headers = {};
     std::optional<Data> body = {};
-    // How long the connection may stay without a byte in either direction.
-    std::chrono::seconds timeout{60};
+    // How long nothing may happen: no byte in either direction, the attempt to connect included.
+    std::chrono::milliseconds timeout = std::chrono::seconds(60);
 };
 
 // Status and headers of an HTTP answer (RFC 9110).
@@ -49,9 +49,11 @@ class URLSession {
     virtual Task<URLResponse> send(URLRequest request) = 0;
 };
 
-// libcurl on one I/O thread of its own: connections are reused, TLS is checked against the system's trust,
-// proxies come from the user's environment. Holds nothing on disk. Redirects are not followed, so that a
-// bearer token never travels to another place. Response bodies are bounded (512 MiB).
+// libcurl on one I/O thread of its own: connections are reused, HTTP/2 is taken where it is offered, TLS is
+// checked against the system's trust, proxies come from the user's environment (this machine itself is never
+// asked through one). Holds nothing on disk and no cookies. Redirects are not followed, so that a bearer
+// token never travels to another place. Compressed bodies arrive unpacked; a body of more than 512 MiB is a
+// badResponse. Dropping the session ends what is still in flight with URLError::cancelled.
 std::shared_ptr<URLSession> ephemeralURLSession();
 
 }  // namespace vorlinden::platform
