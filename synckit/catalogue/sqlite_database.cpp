@@ -1,5 +1,7 @@
 #include "synckit/catalogue/sqlite_database.h"
 
+#include <chrono>
+
 #include <sqlite3.h>
 
 #include "synckit/catalogue/sqlite_statement.h"
@@ -7,6 +9,8 @@
 namespace vorlinden {
 
 namespace {
+
+constexpr std::chrono::milliseconds busyTimeout{5000};
 
 std::string describe(std::int32_t code, const std::string& message, const std::optional<std::string>& sql) {
     std::string text = "SQLite error " + std::to_string(code) + ": " + message;
@@ -89,9 +93,25 @@ SQLiteDatabase::SQLiteDatabase(const std::string& path) {
     handle_.reset(opened);  // SQLite hands out a connection even for most failures
     if (code != SQLITE_OK)
         throw SQLiteError(code, opened ? sqlite3_errmsg(opened) : "unable to open " + path);
-    execute("PRAGMA busy_timeout=5000");
-    query("PRAGMA journal_mode=WAL");
+    execute("PRAGMA busy_timeout=" + std::to_string(busyTimeout.count()));
+    switchToWriteAheadLog();
     execute("PRAGMA foreign_keys=ON");
+}
+
+// Two processes that create the file at the same moment each hold it for reading while they ask for the
+// switch. SQLite sees the deadlock coming and answers "busy" at once, without its time-out, so the waiting is
+// done here.
+void SQLiteDatabase::switchToWriteAheadLog() {
+    const auto deadline = std::chrono::steady_clock::now() + busyTimeout;
+    for (;;) {
+        try {
+            query("PRAGMA journal_mode=WAL");
+            return;
+        } catch (const SQLiteError& error) {
+            if (error.code != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline) throw;
+        }
+        sqlite3_sleep(5);
+    }
 }
 
 void SQLiteDatabase::close() {

@@ -86,6 +86,7 @@ class SQLiteDatabase {
     };
     class Nesting;
 
+    void switchToWriteAheadLog();
     void begin(bool immediate);
     void commit();
     void rollback() noexcept;
