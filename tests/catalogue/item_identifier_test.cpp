@@ -49,6 +49,22 @@ TEST(SyncItemIdentifier, RefusesEverythingElse) {
     }
 }
 
+TEST(SyncItemIdentifier, IsAJSONStringOfItsRawValue) {
+    const auto identifier = SyncItemIdentifier::node(uuid, "dir:a \"b\"/é");
+    const auto json = toJSON(identifier);
+    EXPECT_EQ(json.text, "\"node:" + upper + ":dir:a \\\"b\\\"/é\"");
+    const platform::JSONDocument document(json.text);
+    EXPECT_EQ(SyncItemIdentifier::fromJSON(document.root()), identifier);
+    const platform::JSONDocument broken("\"brain:x\"");
+    try {
+        SyncItemIdentifier::fromJSON(broken.root());
+        FAIL() << "read a broken identifier";
+    } catch (const platform::JSONError& error) {
+        EXPECT_EQ(error.kind, platform::JSONError::Kind::corrupted);
+        EXPECT_EQ(error.text, "Invalid item identifier: brain:x");
+    }
+}
+
 RC_GTEST_PROP(SyncItemIdentifierProperty, RoundTripsAndHashesByValue,
               (std::array<std::uint8_t, 16> bytes, std::string nodeId)) {
     RC_PRE(!nodeId.empty());
