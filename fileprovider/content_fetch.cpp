@@ -56,7 +56,8 @@ Data bytesOf(DownloadedFile file) {
     return std::get<DownloadedFile::Blob>(std::move(file.value)).bytes;
 }
 
-Task<Data> download(CorePtr core, NodeContentSnapshot snapshot) {
+Task<Data> currentBytes(CorePtr core, NodeContentSnapshot snapshot) {
+    if (snapshot.retainedBytes) co_return *std::move(snapshot.retainedBytes);
     if (snapshot.record.localOnly || !snapshot.cursor) throw providerError(protocol::noSuchItem);
     std::function<Task<DownloadedFile>()> request =
         [api = core->api(), brain = snapshot.record.brainId.lowerText(), path = snapshot.record.path,
@@ -93,7 +94,7 @@ Item itemOf(const ExtensionCore& core, const NodeRecord& record, const std::file
 
 Task<FetchedContent> fetch(CorePtr core, UUID brainId, std::string nodeId) {
     const NodeContentSnapshot snapshot = co_await readSnapshot(core, brainId, nodeId);
-    Data bytes = snapshot.retainedBytes ? *snapshot.retainedBytes : co_await download(core, snapshot);
+    const Data bytes = co_await currentBytes(core, snapshot);
     auto file = writeTemporary(*core, snapshot.record, bytes);
     Item item = itemOf(*core, snapshot.record, file);
     co_return FetchedContent{std::move(file), std::move(item)};
