@@ -75,15 +75,17 @@ TaskHandle spawn(Executor executor, std::function<Task<>()> body,
 }
 
 void runBlocking(Executor executor, std::function<Task<>()> body) {
-    std::promise<void> ended;
-    spawn(std::move(executor), std::move(body), [&ended](std::exception_ptr failure) {
+    // Shared, since the task may still be inside set_value() when this thread already goes on.
+    const auto ended = std::make_shared<std::promise<void>>();
+    std::future<void> outcome = ended->get_future();
+    spawn(std::move(executor), std::move(body), [ended](std::exception_ptr failure) {
         if (failure) {
-            ended.set_exception(failure);
+            ended->set_exception(failure);
         } else {
-            ended.set_value();
+            ended->set_value();
         }
     });
-    ended.get_future().get();
+    outcome.get();
 }
 
 // Each waiter is a timer without an end, on the waiter's own executor, which set() cuts short there.

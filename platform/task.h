@@ -70,7 +70,8 @@ class Signal {
     std::shared_ptr<State> state_;
 };
 
-// A pool of threads that runs tasks. Joins them in its destructor, after all its work has ended.
+// A pool of threads that runs tasks. Joins them in its destructor, after all its work has ended; so the
+// destructor must not run on one of them, and somebody has to cancel tasks that would wait for ever.
 class TaskPool {
  public:
     explicit TaskPool(unsigned threads);

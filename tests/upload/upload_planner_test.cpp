@@ -37,7 +37,9 @@ TEST(ContentClassifier, TakesCleanTextAndNothingElse) {
     EXPECT_TRUE(isText("plain\r\n\ttext"));
     EXPECT_TRUE(isText("na\u00efve \U0001F600 \uFEFF in the middle"));
 
-    EXPECT_FALSE(isText("\xEF\xBB\xBF" "clean but marked"));
+    EXPECT_FALSE(
+        isText("\xEF\xBB\xBF"
+               "clean but marked"));
     EXPECT_FALSE(isText(std::string("a\0b", 3)));
     EXPECT_FALSE(isText(std::string("last byte\0", 10)));
     EXPECT_FALSE(isText("latin \xE9"));
@@ -101,7 +103,12 @@ TEST(UploadPlanner, PlansCreates) {
         {atRoot, {}, ".DS_Store", false, {}, rejectedCreate(Error::noInboxBrain())},
         {inFolder, "x", "a/b", false, {}, rejectedCreate(Error::invalidPath("x/a/b"))},
         {inFolder, "x", "a/.DS_Store", false, {}, rejectedCreate(Error::invalidPath("x/a/.DS_Store"))},
-        {inFolder, "bad\\place", ".DS_Store", true, {}, {CreatePlan::LocalOnly{ours, "bad\\place/.DS_Store"}}},
+        {inFolder,
+         "bad\\place",
+         ".DS_Store",
+         true,
+         {},
+         {CreatePlan::LocalOnly{ours, "bad\\place/.DS_Store"}}},
         {inOurs, {}, ".gitkeep", false, {}, {CreatePlan::LocalOnly{ours, ".gitkeep"}}},
         {inFolder, "bad\\place", "a", false, {}, rejectedCreate(Error::invalidPath("bad\\place/a"))},
         {inOurs, {}, "..", false, {}, rejectedCreate(Error::invalidPath(".."))},
@@ -195,9 +202,13 @@ TEST(UploadPlanner, FindsTheInboxBrain) {
 }
 
 TEST(UploadPlanner, NamesNewNodesWithoutTheirExtension) {
-    const std::vector<std::pair<std::string, std::string>> titles{
-        {"a/report.final.md", "report.final"}, {".bashrc", ".bashrc"}, {"x/.profile.bak", ".profile"},
-        {"memo.", "memo"}, {"x.y/README", "README"}, {"folder/", ""}, {"..", "."}};
+    const std::vector<std::pair<std::string, std::string>> titles{{"a/report.final.md", "report.final"},
+                                                                  {".bashrc", ".bashrc"},
+                                                                  {"x/.profile.bak", ".profile"},
+                                                                  {"memo.", "memo"},
+                                                                  {"x.y/README", "README"},
+                                                                  {"folder/", ""},
+                                                                  {"..", "."}};
     for (const auto& [path, title] : titles)
         EXPECT_EQ(UploadPlanner::defaultTitle(path), title) << path;
 }
@@ -210,8 +221,9 @@ TEST(UploadPlanError, SaysWhatIsWrong) {
               "\".DS_Store\" is a name Vorlinden does not sync.");
     EXPECT_EQ(Error::tooLarge(104'857'601).errorDescription(),
               "This file is too large to upload (104857601 bytes). The limit is 104857600 bytes.");
-    EXPECT_EQ(Error::noInboxBrain().errorDescription(),
-              "There is no brain to put this item in. Choose an inbox brain or create the item inside a brain.");
+    EXPECT_EQ(
+        Error::noInboxBrain().errorDescription(),
+        "There is no brain to put this item in. Choose an inbox brain or create the item inside a brain.");
     EXPECT_EQ(Error::moveIntoSelf().errorDescription(), "A folder can't be moved into itself.");
     EXPECT_NE(Error::tooLarge(1), Error::tooLarge(2));
 }

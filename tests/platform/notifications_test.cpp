@@ -1,0 +1,156 @@
+#include "platform/notifications.h"
+
+#include <filesystem>
+#include <semaphore>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/failure.h"
+#include "tests/support/temporary_folder.h"
+
+namespace vorlinden::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Wakeups : public ::testing::Test {
+ protected:
+    tests::TemporaryFolder folder;
+    const fs::path signals = folder / "Wakeups";
+    std::shared_ptr<NotificationCenter> here = fileNotificationCenter(signals.string());
+    const std::shared_ptr<NotificationCenter> there = fileNotificationCenter(signals.string());
+};
+
+// Counts its calls; a test waits for one.
+struct Heard {
+    std::counting_semaphore<> calls{0};
+    std::function<void()> listener() {
+        return [this] { calls.release(); };
+    }
+    void wait() { calls.acquire(); }
+    bool any() { return calls.try_acquire(); }
+};
+
+TEST_F(Wakeups, ReachListenersOfTheNameInEveryCentreAndNoOthers) {
+    Heard first, second, other;
+    const auto a = here->listen("wake", first.listener());
+    const auto b = there->listen("wake", second.listener());
+    const auto c = here->listen("other", other.listener());
+    here->post("wake");
+    first.wait();
+    second.wait();
+    there->post("wake");
+    first.wait();
+    second.wait();
+    EXPECT_FALSE(other.any());
+}
+
+TEST_F(Wakeups, CrossProcesses) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        Heard asked;
+        const auto registration = here->listen("ask", asked.listener());
+        there->post("ready");
+        asked.wait();
+        there->post("answer");
+        ::_exit(0);
+    }
+    Heard ready, answer;
+    const auto a = here->listen("ready", ready.listener());
+    const auto b = here->listen("answer", answer.listener());
+    // The child may have said so before anybody listened: then it is there all the same, and hears this one.
+    while (!answer.any()) {
+        here->post("ask");
+        std::this_thread::yield();
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Wakeups, NobodyHearsAPostAndNothingIsLeftOfIt) {
+    here->post("wake");
+    EXPECT_FALSE(fs::exists(signals));
+    Heard heard;
+    const auto registration = here->listen("wake", heard.listener());
+    here->post("unheard");
+    here->post("");
+    here->post("../escape");
+    here->post(".");
+    EXPECT_EQ(std::distance(fs::directory_iterator(signals), {}), 1);
+    for (const char* name : {"", ".hidden", "a/b"})
+        EXPECT_THROW(here->listen(name, heard.listener()), FileError) << name;
+    EXPECT_THROW(fileNotificationCenter("/proc/none")->listen("wake", [] {}), FileError);
+}
+
+TEST_F(Wakeups, AreNotHeardAfterTheRegistrationIsGone) {
+    Heard control;
+    const auto stays = here->listen("wake", control.listener());
+    for (int round = 0; round < 50; ++round) {
+        auto alive = std::make_unique<int>(0);
+        auto registration = here->listen("wake", [&count = *alive] { ++count; });
+        std::jthread poster([&] { there->post("wake"); });
+        registration.reset();
+        alive.reset();  // a later call would touch freed memory
+    }
+    control.wait();
+}
+
+TEST_F(Wakeups, ListenerMayEndItselfAndTheCentreMayGoFirst) {
+    Heard heard;
+    std::unique_ptr<NotificationCenter::Registration> self;
+    std::binary_semaphore assigned{0};
+    self = here->listen("wake", [&] {
+        assigned.acquire();
+        self.reset();
+        heard.calls.release();
+    });
+    assigned.release();
+    here->post("wake");
+    heard.wait();
+    const auto left = here->listen("wake", heard.listener());
+    here.reset();
+    there->post("wake");
+    EXPECT_FALSE(heard.any());
+}
+
+TEST_F(Wakeups, GoOnAfterTheirFolderWasTidiedAway) {
+    Heard heard;
+    const auto registration = here->listen("wake", heard.listener());
+    fs::rename(signals, folder / "elsewhere");
+    heard.wait();  // it may have missed something
+    while (heard.any()) {
+    }
+    there->post("wake");
+    heard.wait();
+    fs::remove(signals / "wake");
+    heard.wait();
+    there->post("wake");
+    heard.wait();
+}
+
+TEST_F(Wakeups, ManyPostersAndListenersLoseNoWakeup) {
+    constexpr int names = 8;
+    std::vector<std::unique_ptr<Heard>> heard;
+    std::vector<std::unique_ptr<NotificationCenter::Registration>> registrations;
+    for (int i = 0; i < names; ++i) {
+        heard.push_back(std::make_unique<Heard>());
+        registrations.push_back(here->listen("name" + std::to_string(i), heard.back()->listener()));
+    }
+    std::vector<std::jthread> posters;
+    for (int i = 0; i < names; ++i) {
+        posters.emplace_back([&, i] {
+            for (int round = 0; round < 100; ++round) {
+                there->post("name" + std::to_string(i));
+                heard[static_cast<std::size_t>(i)]->wait();
+            }
+        });
+    }
+}
+
+}  // namespace
+}  // namespace vorlinden::platform
