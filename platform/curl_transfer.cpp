@@ -8,7 +8,7 @@
 namespace vorlinden::platform {
 namespace {
 
-constexpr std::size_t maximumHeaderBytes = 1 << 20;
+constexpr std::size_t maximumHeaderBytes = 256 << 10;
 constexpr std::size_t maximumReserve = 64 << 20;  // a promised length is believed up to here
 
 bool isThisMachine(const std::string& host) {
