@@ -1,0 +1,135 @@
+#include "linux/mount/change_plan.h"
+
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace vorlinden::mount {
+namespace {
+
+class Inquiry {
+ public:
+    Inquiry(const ItemTree& tree, const ChangeBatch& batch, const ChangePlan& plan)
+        : tree_(tree), batch_(batch), plan_(plan) {}
+
+    // Listings first: they answer for many items at once.
+    Questions questions() {
+        askForListingsOfSuccessors();
+        askForTopsOfGoneFolders();
+        askForListingsWithCollisions();
+        if (containers_.empty()) {
+            askForContradictions();
+            askForChildrenOfGoneFolders();
+            askForChildrenMissingInListings();
+        }
+        return {{containers_.begin(), containers_.end()}, {items_.begin(), items_.end()}};
+    }
+
+ private:
+    void askForListing(const ItemIdentifier& container) {
+        if (!plan_.fates.isListing(container)) containers_.insert(container);
+    }
+
+    void askForItem(const ItemIdentifier& identifier) {
+        const Fate* fate = plan_.fates.of(identifier);
+        if (!fate || !fate->settled) items_.insert(identifier);
+    }
+
+    // A folder that was listed stays listed under its new identifier, and the children that it kept need not
+    // be in the change set.
+    void askForListingsOfSuccessors() {
+        for (const auto& [node, item] : plan_.succession.successors)
+            if (node->folder && node->folder->listed) askForListing(item->itemIdentifier);
+    }
+
+    template <class Visit>
+    void forGoneFolders(Visit visit) const {
+        for (const auto identifier : plan_.fates.mentioned()) {
+            if (!plan_.fates.isGone(identifier)) continue;
+            const Node* node = tree_.findItem(identifier);
+            if (node && node->isFolder()) visit(*node);
+        }
+    }
+
+    // What lost its folder hangs under the brain from then on.
+    void askForTopsOfGoneFolders() {
+        forGoneFolders([this](const Node& node) {
+            if (plan_.succession.successors.contains(&node)) return;
+            const Node* top = &node;
+            while (top->parent && top->parent->inode != rootInode)
+                top = top->parent;
+            if (top != &node && isShownAfterwards(tree_, plan_.fates, top->identifier))
+                askForListing(top->identifier);
+        });
+    }
+
+    // Two items of one name: the one in the folder's own listing has it.
+    void askForListingsWithCollisions() {
+        std::set<std::pair<std::string_view, std::string_view>> names;
+        for (const auto identifier : plan_.fates.mentioned()) {
+            const Item* item = plan_.fates.of(identifier)->item;
+            if (!item || !isShownAfterwards(tree_, plan_.fates, item->parentItemIdentifier)) continue;
+            const bool second = !names.emplace(item->parentItemIdentifier, item->filename).second;
+            if (second || isTakenByAnother(*item)) askForListing(item->parentItemIdentifier);
+        }
+    }
+
+    bool isTakenByAnother(const Item& item) const {
+        const Node* folder = tree_.findItem(item.parentItemIdentifier);
+        const Node* holder = folder ? tree_.child(*folder, item.filename) : nullptr;
+        return holder && !plan_.fates.of(holder->identifier);
+    }
+
+    void askForContradictions() {
+        for (const auto identifier : plan_.fates.mentioned())
+            if (plan_.fates.of(identifier)->contradictory) askForItem(ItemIdentifier(identifier));
+    }
+
+    void askForChildrenOfGoneFolders() {
+        forGoneFolders([this](const Node& node) {
+            for (const Node* child : node.folder->byInode)
+                if (!plan_.fates.of(child->identifier)) askForItem(child->identifier);
+        });
+    }
+
+    void askForChildrenMissingInListings() {
+        for (const auto container : plan_.fates.listings()) {
+            const Node* node = tree_.findItem(container);
+            if (!node || !node->isFolder()) continue;
+            for (const Node* child : node->folder->byInode) {
+                const Fate* fate = plan_.fates.of(child->identifier);
+                if (!fate || (fate->item && fate->item->parentItemIdentifier == container))
+                    askForItem(child->identifier);
+            }
+        }
+        for (const auto& item : batch_.updated)
+            if (plan_.fates.isListing(item.parentItemIdentifier)) {
+                const Fate* fate = plan_.fates.of(item.itemIdentifier);
+                if (fate->item == &item) askForItem(item.itemIdentifier);
+            }
+    }
+
+    const ItemTree& tree_;
+    const ChangeBatch& batch_;
+    const ChangePlan& plan_;
+    std::set<ItemIdentifier> containers_;
+    std::set<ItemIdentifier> items_;
+};
+
+}  // namespace
+
+bool isShownAfterwards(const ItemTree& tree, const Fates& fates, std::string_view container) {
+    if (fates.isListing(container)) return true;
+    const Node* node = tree.findItem(container);
+    return node && node->isFolder() && node->folder->listed && !fates.isGone(container);
+}
+
+ChangePlan planChanges(const ItemTree& tree, const ChangeBatch& batch) {
+    ChangePlan plan{.fates = Fates(batch), .succession = {}, .questions = {}};
+    plan.succession = findSuccession(tree, plan.fates);
+    plan.questions = Inquiry(tree, batch, plan).questions();
+    return plan;
+}
+
+}  // namespace vorlinden::mount
