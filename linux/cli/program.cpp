@@ -35,10 +35,16 @@ Program::Program() : app_("Your team's knowledge store as an ordinary folder.", 
 }
 
 CLI::App& Program::addVerb(const std::string& name, const std::string& description, std::function<int()> run,
-                           CLI::App* parent) {
-    auto* verb = (parent ? parent : &app_)->add_subcommand(name, description);
+                           CLI::App* group) {
+    auto* verb = (group ? group : &app_)->add_subcommand(name, description);
     verb->callback([this, run = std::move(run)] { chosen_ = run; });
     return *verb;
+}
+
+CLI::App& Program::addGroup(const std::string& name, const std::string& description) {
+    auto* group = app_.add_subcommand(name, description);
+    group->require_subcommand(1);
+    return *group;
 }
 
 int Program::run(int argc, const char* const* argv) {

@@ -35,7 +35,9 @@ class Program {
     // Adds a verb, or one below `parent`. Options are bound to memory that `run` shares; run is called after
     // the whole line was parsed, and gives the exit status.
     CLI::App& addVerb(const std::string& name, const std::string& description, std::function<int()> run,
-                      CLI::App* parent = nullptr);
+                      CLI::App* group = nullptr);
+    // A word that only stands before verbs of its own.
+    CLI::App& addGroup(const std::string& name, const std::string& description);
 
     int run(int argc, const char* const* argv);
 

@@ -43,8 +43,7 @@ int run(const Options& options) {
 }  // namespace
 
 void addConfig(Program& program) {
-    auto& config = program.addVerb("config", "Show or change the settings", [] { return done; });
-    config.require_subcommand(1);
+    auto& config = program.addGroup("config", "Show or change the settings");
     const auto options = std::make_shared<Options>();
     auto& verb = program.addVerb(
         "base-url",

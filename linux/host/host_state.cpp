@@ -32,7 +32,8 @@ HostState::HostState(const platform::System& system, const std::filesystem::path
 }
 
 void HostState::read() {
-    const platform::JSONDocument document(files_->read(file_).view());
+    const auto text = files_->read(file_);
+    const platform::JSONDocument document(text.view());
     const auto root = document.root();
     registeredAt_ = root.optionalString("registeredAt");
     roundFailure_ = root.optionalString("roundFailure");

@@ -59,8 +59,8 @@ Task<BrainReport> pullReported(WorkspaceRef workspace, BrainRecord brain) {
 
 Task<std::vector<BrainRecord>> pullGrants(WorkspaceRef workspace) {
     const auto hold = [workspace]() -> Task<bool> {
-        const auto brains = co_await workspace->tokens->withAuthRetry<std::vector<Brain>>(
-            [workspace] { return workspace->client->listBrains(); });
+        const auto ask = [workspace] { return workspace->client->listBrains(); };
+        const auto brains = co_await workspace->tokens->withAuthRetry<std::vector<Brain>>(ask);
         co_return BrainGrants::apply(brains, *workspace->store);
     };
     if (co_await workspace->locked(hold)) workspace->signalWorkingSet();

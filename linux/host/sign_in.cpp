@@ -77,11 +77,11 @@ bool isKnown(const std::vector<Device>& devices, const std::optional<std::string
 
 // The server's id of this device, the one it has already where it still knows it under this name.
 Task<> settleDevice(WorkspaceRef workspace, std::string name) {
-    const auto devices = co_await workspace->tokens->withAuthRetry<std::vector<Device>>(
-        [workspace] { return workspace->client->listDevices(); });
+    const auto list = [workspace] { return workspace->client->listDevices(); };
+    const auto devices = co_await workspace->tokens->withAuthRetry<std::vector<Device>>(list);
     if (isKnown(devices, workspace->store->meta(MetaKey::deviceId), name)) co_return;
-    const auto device = co_await workspace->tokens->withAuthRetry<Device>(
-        [workspace, name] { return workspace->client->registerDevice(name, "linux"); });
+    const auto enter = [workspace, name] { return workspace->client->registerDevice(name, "linux"); };
+    const auto device = co_await workspace->tokens->withAuthRetry<Device>(enter);
     co_await storeMeta(workspace, MetaKey::deviceName, name);
     co_await storeMeta(workspace, MetaKey::deviceId, device.id);
 }
