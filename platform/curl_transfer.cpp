@@ -3,19 +3,11 @@
 #include <algorithm>
 #include <utility>
 
-#include <boost/asio/ip/address.hpp>
-
 namespace vorlinden::platform {
 namespace {
 
 constexpr std::size_t maximumHeaderBytes = 256 << 10;
 constexpr std::size_t maximumReserve = 64 << 20;  // a promised length is believed up to here
-
-bool isThisMachine(const std::string& host) {
-    boost::system::error_code notAnAddress;
-    const auto address = boost::asio::ip::make_address(host, notAnAddress);
-    return notAnAddress ? host == "localhost" : address.is_loopback();
-}
 
 URLError::Code codeFor(CURLcode code) {
     using Code = URLError::Code;
@@ -99,7 +91,7 @@ void CurlTransfer::setUp() {
 void CurlTransfer::setUpRequest() {
     set(CURLOPT_URL, request_.url.absoluteString().c_str());
     set(CURLOPT_PATH_AS_IS, 1L);
-    if (isThisMachine(request_.url.host().value_or(""))) set(CURLOPT_PROXY, "");
+    if (request_.url.isLoopback()) set(CURLOPT_PROXY, "");
     if (request_.body) {
         const bool empty = request_.body->empty();
         set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body->size()));

@@ -22,6 +22,7 @@ class URL {
     std::optional<URL> with(std::string_view encodedPath, std::optional<std::string_view> encodedQuery) const;
     // "scheme://host:port" in lower case with the default port made explicit; absent without a host.
     std::optional<std::string> origin() const;
+    bool isLoopback() const;  // the host is this machine: "localhost" or a loopback address
 
     bool operator==(const URL&) const = default;
 

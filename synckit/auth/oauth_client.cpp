@@ -1,7 +1,5 @@
 #include "synckit/auth/oauth_client.h"
 
-#include <boost/asio/ip/address.hpp>
-
 #include "platform/json.h"
 #include "synckit/server/request_url.h"
 #include "synckit/server/sync_errors.h"
@@ -9,18 +7,12 @@
 namespace vorlinden {
 namespace {
 
-bool isThisMachine(const std::string& host) {
-    boost::system::error_code notAnAddress;
-    const auto address = boost::asio::ip::make_address(host, notAnAddress);
-    return notAnAddress ? host == "localhost" : address.is_loopback();
-}
-
 // The scheme as its origin spells it, in lower case.
 bool isTrustworthy(const URL& endpoint, const URL& base) {
     const auto origin = endpoint.origin();
     if (!origin) return false;
     if (origin == base.origin() || origin->starts_with("https://")) return true;
-    return origin->starts_with("http://") && isThisMachine(*endpoint.host());
+    return origin->starts_with("http://") && endpoint.isLoopback();
 }
 
 URLRequest request(URL url, const char* method) {

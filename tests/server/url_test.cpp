@@ -40,14 +40,26 @@ TEST(URL, OriginsAreEqualWhenTheServerIs) {
     EXPECT_EQ(origin("http://user:pw@[::1]/x"), "http://[::1]:80");
     EXPECT_NE(origin("http://example.com"), origin("https://example.com"));
     EXPECT_NE(origin("http://example.com@evil.example"), origin("http://example.com"));
+    EXPECT_EQ(origin("http://10.0.0.1.example/a"), "http://10.0.0.1.example:80");
     EXPECT_EQ(origin("vorlinden:x"), std::nullopt);
     EXPECT_EQ(origin("file:///etc"), std::nullopt);
+}
+
+TEST(URL, KnowsThisMachine) {
+    for (const auto* text :
+         {"http://127.0.0.1:9/", "https://LocalHost", "http://[::1]/", "http://127.8.8.8/"})
+        EXPECT_TRUE(URL::parse(text)->isLoopback()) << text;
+    for (const auto* text : {"http://127.0.0.1.example/", "http://localhost.example", "http://10.0.0.1/",
+                             "http://[::2]/", "http://127.0.0.1@example/", "http:127.0.0.1", "/localhost"})
+        EXPECT_FALSE(URL::parse(text)->isLoopback()) << text;
 }
 
 TEST(URL, TakesANewPathAndQueryAsTheyAre) {
     const auto url = *URL::parse("https://h:1/old?x#f");
     EXPECT_EQ(url.with("/a%2Fb/%7E", "q=%20&r=")->absoluteString(), "https://h:1/a%2Fb/%7E?q=%20&r=#f");
     EXPECT_EQ(url.with("/a", std::nullopt)->absoluteString(), "https://h:1/a#f");
+    EXPECT_EQ(URL::parse("http://u@1.2.3.4x:5")->with("/a", "b")->absoluteString(),
+              "http://u@1.2.3.4x:5/a?b");
     EXPECT_EQ(url.with("/with blank", std::nullopt), std::nullopt);
     EXPECT_EQ(url.with("/a%zz", std::nullopt), std::nullopt);
     EXPECT_EQ(url.with("no-slash", std::nullopt), std::nullopt);
