@@ -36,7 +36,7 @@ void setModificationTime(int descriptor, Timestamp time) {
 }
 
 // 0, or the errno of the failure.
-int rename(const std::filesystem::path& from, const std::filesystem::path& to) {
+int renameFile(const std::filesystem::path& from, const std::filesystem::path& to) {
     return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
@@ -198,10 +198,10 @@ bool ContentCache::moveHere(const std::filesystem::path& file, const ContentKey&
     const auto target = pathOf(key);
     const auto files = platform::posixFileSystem();
     try {
-        int code = rename(file, target);
+        int code = renameFile(file, target);
         if (code == ENOENT) {  // somebody deleted the whole folder
             files->createDirectories(contents_);
-            code = rename(file, target);
+            code = renameFile(file, target);
         }
         if (code == 0) return true;
         if (code == EXDEV) {

@@ -129,7 +129,11 @@ void ContentFetcher::learn(const ContentFetch& fetch, const ContentResult& resul
     const Reachability now = road_.state();
     if (now != before)
         actions.push_back([this, self = shared_from_this(), now] { surroundings_.reachabilityChanged(now); });
-    if (now == Reachability::unreachable) roadClosed(actions);
+    if (now == Reachability::unreachable) {
+        roadClosed(actions);
+    } else if (std::exchange(probing_, false)) {
+        actions.push_back([prober = prober_] { prober.cancel(); });
+    }
 }
 
 void ContentFetcher::learnFailure(const ContentFetch& fetch, const ContentFailure& failure) {
