@@ -47,7 +47,10 @@ class TreeHandler {
     static constexpr std::size_t max_key_size = SIZE_MAX;
     static constexpr std::size_t max_string_size = SIZE_MAX;
 
-    explicit TreeHandler(std::string_view source) : source_(source) {}
+    explicit TreeHandler(std::string_view source) : source_(source) {
+        constexpr std::size_t bytesPerValue = 32;  // about so many in a snapshot; a guess that saves copying
+        tree_.nodes.reserve(source.size() / bytesPerValue + 1);
+    }
     JSONTree takeTree() { return std::move(tree_); }
     const std::optional<JSONError>& failure() const { return failure_; }
 
