@@ -86,7 +86,8 @@ class Temporary {
         path_ = folder / uniqueName();
         file_ = Descriptor::open(path_, O_WRONLY | O_CREAT | O_EXCL, 0600);
         struct stat status {};
-        const bool ours = ::flock(file_.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+        const int locked = uninterrupted([&] { return ::flock(file_.get(), LOCK_EX | LOCK_NB); });
+        const bool ours = locked == 0 || errno != EWOULDBLOCK;  // a file system without locks has no sweeps
         return ours && ::fstat(file_.get(), &status) == 0 && status.st_nlink > 0;
     }
 
