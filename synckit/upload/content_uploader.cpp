@@ -16,19 +16,24 @@ struct Target {
 };
 
 Task<UploadedContent> sendText(ContentUploadPlan::Text plan, Target to) {
-    auto result = co_await to.tokenManager->withAuthRetry<WriteResult>(
-        [&] { return to.api->putTextFile(to.brainId, to.deviceId, to.path, std::nullopt, plan.text); });
+    const std::function<Task<WriteResult>()> put = [&] {
+        return to.api->putTextFile(to.brainId, to.deviceId, to.path, std::nullopt, plan.text);
+    };
+    auto result = co_await to.tokenManager->withAuthRetry<WriteResult>(put);
     co_return UploadedContent{std::move(result), NodeKind::text, std::nullopt, std::nullopt};
 }
 
 // Two calls, each with its own retry, so that a rejected token doesn't send the bytes again once they are
 // there.
 Task<UploadedContent> sendBlob(ContentUploadPlan::Blob plan, Target to) {
-    const auto receipt = co_await to.tokenManager->withAuthRetry<BlobReceipt>(
-        [&] { return to.api->uploadBlob(to.brainId, to.deviceId, plan.data); });
-    auto result = co_await to.tokenManager->withAuthRetry<WriteResult>([&] {
+    const std::function<Task<BlobReceipt>()> upload = [&] {
+        return to.api->uploadBlob(to.brainId, to.deviceId, plan.data);
+    };
+    const auto receipt = co_await to.tokenManager->withAuthRetry<BlobReceipt>(upload);
+    const std::function<Task<WriteResult>()> put = [&] {
         return to.api->putBlobFile(to.brainId, to.deviceId, to.path, std::nullopt, receipt.hash, plan.size);
-    });
+    };
+    auto result = co_await to.tokenManager->withAuthRetry<WriteResult>(put);
     co_return UploadedContent{std::move(result), NodeKind::blob, receipt.hash, plan.size};
 }
 
