@@ -9,6 +9,8 @@ int main(int argc, char** argv) {
     addSync(program);
     addStatus(program);
     addLogout(program);
+    addServer(program);
+    addServerCtl(program);
     addOpenURL(program);
     return program.run(argc, argv);
 }

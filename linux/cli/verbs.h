@@ -10,6 +10,8 @@ void addConfig(Program& program);
 void addLogin(Program& program);
 void addLogout(Program& program);
 void addOpenURL(Program& program);
+void addServer(Program& program);
+void addServerCtl(Program& program);
 void addStatus(Program& program);
 void addSync(Program& program);
 
