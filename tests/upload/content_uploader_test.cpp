@@ -6,7 +6,7 @@
 
 #include "synckit/auth/token_manager.h"
 #include "synckit/server/sync_api_client.h"
-#include "tests/support/fake_transport.h"
+#include "tests/support/fake_url_session.h"
 #include "tests/support/test_loop.h"
 
 namespace vorlinden {
@@ -28,28 +28,31 @@ class MemoryTokens : public TokenPersisting {
 
 class ContentUploaderTest : public testing::Test {
  protected:
-    using Answer = test::FakeTransport::Answer;
-
     ContentUploaderTest() {
-        transport->always([this](const URLRequest& request) { return answer(request); });
+        session->setHandler([this](const platform::URLRequest& request) { return answer(request); });
     }
 
     // "METHOD PATH" of a request to the sync API goes into `calls` and takes the next of `answers`; the
     // authorization side always works.
-    Answer answer(const URLRequest& request) {
+    tests::FakeURLSession::Answer answer(const platform::URLRequest& request) {
         const auto path = request.url.encodedPath();
         if (path.starts_with("/.well-known/"))
-            return {.body = R"({"issuer":"https://s.example","authorization_endpoint":"https://s.example/a",)"
-                            R"("token_endpoint":"https://s.example/t","registration_endpoint":)"
-                            R"("https://s.example/r"})"};
+            return json(200,
+                        R"({"issuer":"https://s.example","authorization_endpoint":"https://s.example/a",)"
+                        R"("token_endpoint":"https://s.example/t","registration_endpoint":)"
+                        R"("https://s.example/r"})");
         if (path == "/t")
-            return {.body = R"({"access_token":"new","token_type":"Bearer","expires_in":60,)"
-                            R"("refresh_token":"refresh2","scope":"readwrite"})"};
+            return json(200, R"({"access_token":"new","token_type":"Bearer","expires_in":60,)"
+                             R"("refresh_token":"refresh2","scope":"readwrite"})");
         calls.push_back(request.method + " " + path);
         bodies.emplace_back(request.body->view());
-        const auto next = answers.front();
+        const auto [status, body] = answers.front();
         answers.pop_front();
-        return {.status = next.first, .body = next.second};
+        return json(status, body);
+    }
+    static platform::URLResponse json(int status, std::string body) {
+        return tests::FakeURLSession::response(status, std::move(body),
+                                               {{"Content-Type", "application/json"}});
     }
 
     UploadedContent send(ContentUploadPlan plan) {
@@ -58,7 +61,8 @@ class ContentUploaderTest : public testing::Test {
     }
 
     const URL base = *URL::parse("https://s.example");
-    const std::shared_ptr<test::FakeTransport> transport = std::make_shared<test::FakeTransport>();
+    const std::shared_ptr<tests::FakeURLSession> session = std::make_shared<tests::FakeURLSession>();
+    const std::shared_ptr<HTTPTransport> transport = std::make_shared<URLSessionTransport>(session);
     const std::shared_ptr<MemoryTokens> tokens = std::make_shared<MemoryTokens>();
     tests::TestLoop loop;
     const std::shared_ptr<TokenManager> tokenManager = std::make_shared<TokenManager>(
@@ -115,7 +119,7 @@ TEST_F(ContentUploaderTest, TooLargeIsNeverSent) {
     } catch (const UploadPlanError& error) {
         EXPECT_EQ(error, UploadPlanError::tooLarge(104'857'601));
     }
-    EXPECT_EQ(transport->requests().size(), 0U);
+    EXPECT_EQ(session->requests().size(), 0U);
 }
 
 }  // namespace
