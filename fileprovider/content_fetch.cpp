@@ -78,7 +78,7 @@ std::filesystem::path writeTemporary(const ExtensionCore& core, const NodeRecord
     const auto manager = system.managerForDomain(core.domain());
     if (!manager) throw providerError(protocol::cannotSynchronize);
     const auto file = manager->temporaryDirectory() / temporaryName(*system.random, record.filename());
-    system.files->writeAtomically(bytes, file);
+    system.files->writeUnflushed(bytes, file);  // server or spool has it still
     return file;
 }
 

@@ -171,6 +171,12 @@ class PosixFileSystem final : public FileSystem {
         flushFolder(folder);
     }
 
+    void writeUnflushed(const Data& data, const fs::path& path) override {
+        Temporary temporary(folderOf(path));
+        writeAll(temporary.file(), data.span(), temporary.path());
+        temporary.renameTo(path);
+    }
+
     void remove(const fs::path& path) override {
         if (::unlink(path.c_str()) != 0) throw errnoFailure(path);
     }

@@ -36,6 +36,11 @@ class FileSystem {
     // 0600), flushed, renamed over `path`, its folder flushed. A temporary file that a crash leaves behind
     // has a name that isTemporaryName() knows, for sweepTemporaries().
     virtual void writeAtomically(const Data& data, const std::filesystem::path& path) = 0;
+    // The same for readers and for the death of this process, but without a flush: a power cut may leave the
+    // file damaged or missing. For what can be had again.
+    virtual void writeUnflushed(const Data& data, const std::filesystem::path& path) {
+        writeAtomically(data, path);
+    }
     // FileError ENOENT if there is none.
     virtual void remove(const std::filesystem::path& path) = 0;
     // Names in a folder, without "." and "..", in no particular order. FileError if it can't be read.

@@ -205,7 +205,7 @@ bool ContentCache::moveHere(const std::filesystem::path& file, const ContentKey&
         }
         if (code == 0) return true;
         if (code == EXDEV) {
-            files->writeAtomically(files->read(file), target);
+            files->writeUnflushed(files->read(file), target);
             files->remove(file);
             return true;
         }

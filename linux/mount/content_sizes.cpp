@@ -95,7 +95,7 @@ void ContentSizes::rewrite() {
     for (const auto& [item, size] : sizes_)
         records += encoded({item, size.version}, size.bytes);
     try {
-        platform::posixFileSystem()->writeAtomically(platform::Data(std::move(records)), path_);
+        platform::posixFileSystem()->writeUnflushed(platform::Data(std::move(records)), path_);
     } catch (const platform::FileError&) {
         ::unlink(path_.c_str());  // what can't be mended is begun anew
     }

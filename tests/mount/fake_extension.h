@@ -163,7 +163,7 @@ class FakeExtension final : public protocol::ReplicatedExtension {
             std::lock_guard hold(mutex_);
             file = temporary_ / std::to_string(++delivered_);
         }
-        platform::posixFileSystem()->writeAtomically(platform::Data(std::move(content.bytes)), file);
+        platform::posixFileSystem()->writeUnflushed(platform::Data(std::move(content.bytes)), file);
         handler(std::move(file), std::move(content.item), {});
     }
 
