@@ -1,5 +1,6 @@
 #include "linux/mount/change_plan.h"
 
+#include <algorithm>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -10,13 +11,13 @@ namespace {
 
 class Inquiry {
  public:
-    Inquiry(const ItemTree& tree, const ChangeBatch& batch, const ChangePlan& plan)
-        : tree_(tree), batch_(batch), plan_(plan) {}
+    Inquiry(const ItemTree& tree, const ChangePlan& plan) : tree_(tree), plan_(plan) {}
 
     // Listings first: they answer for many items at once.
     Questions questions() {
         askForListingsOfSuccessors();
         askForTopsOfGoneFolders();
+        askForTopsWithOrphans();
         askForListingsWithCollisions();
         if (containers_.empty()) {
             askForContradictions();
@@ -64,21 +65,40 @@ class Inquiry {
         });
     }
 
-    // Two items of one name: the one in the folder's own listing has it.
+    // A folder that comes may be the one that an orphan has lost, and then nothing else says so.
+    void askForTopsWithOrphans() {
+        const auto isNewFolder = [this](std::string_view identifier) {
+            const Item* item = plan_.fates.of(identifier)->item;
+            return item && item->contentType.isDirectory() && !tree_.findItem(identifier);
+        };
+        const auto& mentioned = plan_.fates.mentioned();
+        if (std::none_of(mentioned.begin(), mentioned.end(), isNewFolder)) return;
+        for (const Node* top : tree_.find(rootInode)->folder->byInode) {
+            if (!top->isFolder() || !isShownAfterwards(tree_, plan_.fates, top->identifier)) continue;
+            const auto& children = top->folder->byInode;
+            if (std::any_of(children.begin(), children.end(), [](const Node* child) { return child->stray; }))
+                askForListing(top->identifier);
+        }
+    }
+
+    // Two items of one name: it belongs to the one in the folder's own listing.
     void askForListingsWithCollisions() {
         std::set<std::pair<std::string_view, std::string_view>> names;
         for (const auto identifier : plan_.fates.mentioned()) {
             const Item* item = plan_.fates.of(identifier)->item;
-            if (!item || !isShownAfterwards(tree_, plan_.fates, item->parentItemIdentifier)) continue;
-            const bool second = !names.emplace(item->parentItemIdentifier, item->filename).second;
-            if (second || isTakenByAnother(*item)) askForListing(item->parentItemIdentifier);
+            const auto container = plan_.fates.of(identifier)->container;
+            if (!item || !isShownAfterwards(tree_, plan_.fates, container)) continue;
+            const bool second = !names.emplace(container, item->filename).second;
+            if (second || mayBeTakenByAnother(container, item->filename))
+                askForListing(ItemIdentifier(container));
         }
     }
 
-    bool isTakenByAnother(const Item& item) const {
-        const Node* folder = tree_.findItem(item.parentItemIdentifier);
-        const Node* holder = folder ? tree_.child(*folder, item.filename) : nullptr;
-        return holder && !plan_.fates.of(holder->identifier);
+    bool mayBeTakenByAnother(std::string_view container, std::string_view name) const {
+        const Node* folder = tree_.findItem(container);
+        if (!folder) return false;
+        const Node* holder = tree_.child(*folder, name);
+        return folder->folder->hasSubstitutes || (holder && !plan_.fates.of(holder->identifier));
     }
 
     void askForContradictions() {
@@ -99,19 +119,16 @@ class Inquiry {
             if (!node || !node->isFolder()) continue;
             for (const Node* child : node->folder->byInode) {
                 const Fate* fate = plan_.fates.of(child->identifier);
-                if (!fate || (fate->item && fate->item->parentItemIdentifier == container))
-                    askForItem(child->identifier);
+                if (!fate || (fate->item && fate->container == container)) askForItem(child->identifier);
             }
         }
-        for (const auto& item : batch_.updated)
-            if (plan_.fates.isListing(item.parentItemIdentifier)) {
-                const Fate* fate = plan_.fates.of(item.itemIdentifier);
-                if (fate->item == &item) askForItem(item.itemIdentifier);
-            }
+        for (const auto identifier : plan_.fates.mentioned()) {
+            const Fate* fate = plan_.fates.of(identifier);
+            if (fate->item && plan_.fates.isListing(fate->container)) askForItem(fate->item->itemIdentifier);
+        }
     }
 
     const ItemTree& tree_;
-    const ChangeBatch& batch_;
     const ChangePlan& plan_;
     std::set<ItemIdentifier> containers_;
     std::set<ItemIdentifier> items_;
@@ -126,9 +143,9 @@ bool isShownAfterwards(const ItemTree& tree, const Fates& fates, std::string_vie
 }
 
 ChangePlan planChanges(const ItemTree& tree, const ChangeBatch& batch) {
-    ChangePlan plan{.fates = Fates(batch), .succession = {}, .questions = {}};
+    ChangePlan plan{.fates = Fates(tree, batch), .succession = {}, .questions = {}};
     plan.succession = findSuccession(tree, plan.fates);
-    plan.questions = Inquiry(tree, batch, plan).questions();
+    plan.questions = Inquiry(tree, plan).questions();
     return plan;
 }
 

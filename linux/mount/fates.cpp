@@ -2,9 +2,12 @@
 
 namespace vorlinden::mount {
 
-Fates::Fates(const ChangeBatch& batch) {
-    for (const auto& item : batch.updated)
-        mention(item.itemIdentifier) = {.item = &item, .inChangeSet = true};
+Fates::Fates(const ItemTree& tree, const ChangeBatch& batch) {
+    for (const auto& item : batch.updated) {
+        Fate& fate = mention(item.itemIdentifier);
+        fate.item = &item;
+        fate.inChangeSet = true;
+    }
     for (const auto& identifier : batch.deleted) {
         Fate& fate = mention(identifier);
         fate.contradictory = fate.item != nullptr;
@@ -13,6 +16,37 @@ Fates::Fates(const ChangeBatch& batch) {
     }
     for (const auto& answer : batch.answers)
         std::visit([this](const auto& known) { read(known); }, answer);
+    for (auto& [identifier, fate] : fates_)
+        if (fate.item) fate.container = containerOf(tree, *fate.item);
+}
+
+bool Fates::isFile(const ItemTree& tree, std::string_view identifier) const {
+    if (const Fate* fate = of(identifier)) return fate->item && !fate->item->contentType.isDirectory();
+    const Node* node = tree.findItem(identifier);
+    return node && !node->isFolder();
+}
+
+// Empty where it isn't known.
+std::string_view Fates::parentOf(const ItemTree& tree, std::string_view identifier) const {
+    if (const Fate* fate = of(identifier))
+        return fate->item ? std::string_view(fate->item->parentItemIdentifier) : std::string_view();
+    const Node* node = tree.findItem(identifier);
+    return node && node->inode != rootInode ? std::string_view(node->containerIdentifier())
+                                            : std::string_view();
+}
+
+// An item whose folder became a file is as good as an orphan, and is shown where orphans are: right under the
+// brain.
+std::string_view Fates::containerOf(const ItemTree& tree, const Item& item) const {
+    std::string_view top = item.parentItemIdentifier;
+    if (!isFile(tree, top)) return top;
+    std::unordered_set<std::string_view> passed;
+    while (!top.empty() && passed.insert(top).second) {
+        const auto parent = parentOf(tree, top);
+        if (parent == platform::fileprovider::rootContainerItemIdentifier) return top;
+        top = parent;
+    }
+    return item.parentItemIdentifier;
 }
 
 void Fates::read(const ChangeBatch::Listing& listing) {
@@ -27,7 +61,10 @@ void Fates::read(const ChangeBatch::Lookup& lookup) {
 
 Fate& Fates::settle(std::string_view identifier, const Item* item) {
     Fate& fate = mention(identifier);
-    fate = {.item = item, .settled = true, .inChangeSet = fate.inChangeSet};
+    fate.item = item;
+    fate.listed = false;
+    fate.settled = true;
+    fate.contradictory = false;
     return fate;
 }
 

@@ -7,21 +7,23 @@
 #include <vector>
 
 #include "linux/mount/change_batch.h"
+#include "linux/mount/item_tree.h"
 
 namespace vorlinden::mount {
 
 struct Fate {
     const Item* item = nullptr;  // as it stands after the batch; null: gone
+    std::string_view container;  // where it is to be shown then
     bool listed = false;         // its folder's own listing has it
     bool settled = false;        // said by an answer, not by the change set alone
     bool inChangeSet = false;    // so it changed, whatever can be seen of it
     bool contradictory = false;  // the change set says both
 };
 
-// A view of one batch, valid as long as the batch.
+// A view of one batch and the tree it is for, valid as long as both stay as they are.
 class Fates {
  public:
-    explicit Fates(const ChangeBatch& batch);
+    Fates(const ItemTree& tree, const ChangeBatch& batch);
 
     // Null: the batch doesn't speak of it.
     const Fate* of(std::string_view identifier) const;
@@ -36,6 +38,9 @@ class Fates {
     Fate& settle(std::string_view identifier, const Item* item);
     void read(const ChangeBatch::Listing& listing);
     void read(const ChangeBatch::Lookup& lookup);
+    bool isFile(const ItemTree& tree, std::string_view identifier) const;
+    std::string_view parentOf(const ItemTree& tree, std::string_view identifier) const;
+    std::string_view containerOf(const ItemTree& tree, const Item& item) const;
 
     std::unordered_map<std::string_view, Fate> fates_;
     std::unordered_set<std::string_view> listings_;

@@ -23,11 +23,14 @@ ItemTree::ItemTree(const Item& root) {
 }
 
 const Node* ItemTree::find(Inode inode) const {
-    auto found = nodes_.find(inode);
-    while (found != nodes_.end() && found->second->place == Node::Place::gone &&
-           found->second->successor != 0)
-        found = nodes_.find(found->second->successor);
-    return found == nodes_.end() ? nullptr : found->second.get();
+    const Node* node = nullptr;
+    while (true) {
+        const auto found = nodes_.find(inode);
+        if (found == nodes_.end()) return node;
+        node = found->second.get();
+        if (node->place != Node::Place::gone || node->successor == 0) return node;
+        inode = node->successor;
+    }
 }
 
 const Node* ItemTree::findItem(std::string_view identifier) const {

@@ -58,11 +58,12 @@ class Search {
         for (const auto identifier : fates_.mentioned()) {
             const Item* item = fates_.of(identifier)->item;
             if (!item) continue;
+            const auto container = fates_.of(identifier)->container;
             const Node* known = tree_.findItem(item->itemIdentifier);
             if (!known)
-                comingByPlace_.emplace(key(item->parentItemIdentifier, item->filename), item);
+                comingByPlace_.emplace(key(container, item->filename), item);
             else if (known->isFolder())
-                arrivingByPlace_.emplace(key(item->parentItemIdentifier, item->filename), known);
+                arrivingByPlace_.emplace(key(container, item->filename), known);
             if (!known && item->contentType.isDirectory()) comingFolders_.emplace(item->itemIdentifier, item);
         }
     }
@@ -120,13 +121,15 @@ class Search {
         return std::nullopt;
     }
 
+    std::string_view containerOf(const Item& item) const { return fates_.of(item.itemIdentifier)->container; }
+
     std::optional<std::string_view> parentAfterwards(const Node& child) const {
         const Fate* fate = fates_.of(child.identifier);
         if (!fate) return std::nullopt;
-        if (fate->item) return fate->item->parentItemIdentifier;
+        if (fate->item) return fate->container;
         const auto successor = result_.successors.find(&child);
         if (successor == result_.successors.end()) return std::nullopt;
-        return successor->second->parentItemIdentifier;
+        return containerOf(*successor->second);
     }
 
     // Nothing is known of the children of a folder that was never listed, but a folder keeps its date when it
@@ -143,8 +146,8 @@ class Search {
                        if (!container) return std::nullopt;
                        return dateKey(*container, node.contentModificationDate);
                    },
-                   [](const Item& item) {
-                       return dateKey(item.parentItemIdentifier, item.contentModificationDate);
+                   [this](const Item& item) {
+                       return dateKey(containerOf(item), item.contentModificationDate);
                    });
     }
 

@@ -28,7 +28,7 @@ bool isKnownToKernel(const Node& node) {
 }  // namespace
 
 TreeChange::TreeChange(ItemTree& tree, const ChangeBatch& batch, Timestamp now)
-    : tree_(tree), batch_(batch), now_(now), plan_(planChanges(tree, batch)) {}
+    : tree_(tree), now_(now), plan_(planChanges(tree, batch)) {}
 
 std::vector<Invalidation> TreeChange::apply() {
     leaveFolders();
@@ -60,7 +60,7 @@ void TreeChange::leaveFolders() {
 
 bool TreeChange::staysInPlace(const Node& node, const Fate& fate) const {
     if (!fate.item || node.isFolder() != fate.item->contentType.isDirectory()) return false;
-    if (fate.item->parentItemIdentifier != node.parent->identifier) return false;
+    if (fate.container != node.parent->identifier) return false;
     const bool opensOtherContent = node.opens > 0 && !hasContentOf(node, *fate.item);
     return fate.item->filename == node.filename && !opensOtherContent;
 }
@@ -132,19 +132,18 @@ void TreeChange::bindKnown(Node& node, const Fate& fate) {
     changed(node, !sameContent && !node.isFolder());
 }
 
-// Only a listing of its folder can say that a node isn't a stray, or is one.
+// Only a listing of its folder shows that a node isn't a stray.
 void TreeChange::vouchFor(Node& node, const Fate& fate) {
     if (!node.parent) return;
-    const bool stray = !fate.listed && (node.stray || plan_.fates.isListing(node.parent->identifier));
-    if (std::exchange(node.stray, stray) != stray && node.parent->folder->hasSubstitutes)
-        toRename_.insert(node.parent);
+    const bool flipped = std::exchange(node.stray, !fate.listed) == fate.listed;
+    if (flipped && node.parent->folder->hasSubstitutes) toRename_.insert(node.parent);
 }
 
 void TreeChange::makeNew() {
     for (const auto identifier : plan_.fates.mentioned()) {
-        const Item* item = plan_.fates.of(identifier)->item;
-        if (!item || tree_.findItem(identifier)) continue;
-        if (isShownAfterwards(tree_, plan_.fates, item->parentItemIdentifier)) arrive(tree_.makeNode(*item));
+        const Fate& fate = *plan_.fates.of(identifier);
+        if (!fate.item || tree_.findItem(identifier)) continue;
+        if (isShownAfterwards(tree_, plan_.fates, fate.container)) arrive(tree_.makeNode(*fate.item));
     }
 }
 
@@ -166,7 +165,8 @@ void TreeChange::enterFolders() {
         loose_.push_back(node->inode);
         const Fate* fate = plan_.fates.of(node->identifier);
         node->stray = !fate->listed;
-        Node* folder = tree_.nodeOfItem(*node->container);
+        *node->container = fate->container;
+        Node* folder = tree_.nodeOfItem(fate->container);
         if (!folder || !folder->folder || !folder->folder->listed) continue;
         auto& arrivals = byFolder[folder];
         if (arrivals.empty()) folders.push_back(folder);

@@ -46,7 +46,6 @@ class TreeChange {
     std::vector<Invalidation> report();
 
     ItemTree& tree_;
-    const ChangeBatch& batch_;
     const Timestamp now_;
     const ChangePlan plan_;
 

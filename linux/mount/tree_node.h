@@ -43,7 +43,7 @@ struct Node {
 
     Inode inode = 0;
     Place place = Place::elsewhere;
-    bool stray = false;              // came here by a change, and no listing of its folder has confirmed it
+    bool stray = false;              // last heard of by a change, and not yet seen in a listing of its folder
     Node* parent = nullptr;          // only when shown
     std::unique_ptr<Folder> folder;  // null: a file
 

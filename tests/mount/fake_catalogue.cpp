@@ -44,7 +44,9 @@ void FakeCatalogue::renameBrain(const std::string& name, const std::string& slug
 
 void FakeCatalogue::ensureParents(const std::string& path) {
     const auto parent = parentPath(path);
-    if (parent.find('/') == std::string::npos || has(parent)) return;
+    if (parent.find('/') == std::string::npos) return;
+    if (has(parent) && at(parent).folder) return;
+    if (has(parent)) remove(parent);
     ensureParents(parent);
     put(parent, true);
 }
@@ -62,7 +64,8 @@ FakeCatalogue::Row& FakeCatalogue::put(const std::string& path, bool folder) {
 }
 
 void FakeCatalogue::makeFolder(const std::string& path) {
-    if (has(path)) return;
+    if (has(path) && at(path).folder) return;
+    if (has(path)) remove(path);
     ensureParents(path);
     put(path, true);
 }
