@@ -15,11 +15,21 @@ constexpr bool isDash(std::size_t position) {
     return position == 8 || position == 13 || position == 18 || position == 23;
 }
 
+// By character; -1 for anything else. Lists of the catalogue parse an identifier per row.
+constexpr auto digitValues = [] {
+    std::array<std::int8_t, 256> values{};
+    values.fill(-1);
+    for (int digit = 0; digit < 10; ++digit)
+        values[static_cast<std::size_t>('0' + digit)] = static_cast<std::int8_t>(digit);
+    for (int digit = 10; digit < 16; ++digit) {
+        values[static_cast<std::size_t>('a' + digit - 10)] = static_cast<std::int8_t>(digit);
+        values[static_cast<std::size_t>('A' + digit - 10)] = static_cast<std::int8_t>(digit);
+    }
+    return values;
+}();
+
 constexpr int digitValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
+    return digitValues[static_cast<unsigned char>(c)];
 }
 
 std::string textWith(const std::array<std::uint8_t, 16>& bytes, const char* digits) {

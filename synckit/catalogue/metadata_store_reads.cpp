@@ -5,36 +5,53 @@ namespace vorlinden {
 
 namespace {
 
-// All rows of a statement, each read by `read`.
-template <class Read>
-auto allRows(SQLiteStatement statement, Read read) {
-    std::vector<std::invoke_result_t<Read, const SQLiteStatement&>> records;
-    while (statement.step())
-        records.push_back(read(statement));
+// A list that outgrows some pages gets room for a large folder at once: memory that is never touched costs
+// nothing, while growing step by step touches twice what is needed in the end.
+template <class Element>
+Element& append(std::vector<Element>& list) {
+    constexpr std::size_t some = 256, many = 16'384;
+    if (list.size() == list.capacity() && list.size() >= some && list.size() < many) list.reserve(many);
+    return list.emplace_back();
+}
+
+// All rows of a statement.
+template <class Record>
+std::vector<Record> allRows(SQLiteStatement statement) {
+    RecordReader rows(std::move(statement));
+    std::vector<Record> records;
+    while (rows.next())
+        rows.read(append(records));
     return records;
 }
 
+// The same, each as an item.
+template <class Record>
+std::vector<SyncItem> allItems(SQLiteStatement statement) {
+    RecordReader rows(std::move(statement));
+    std::vector<SyncItem> items;
+    while (rows.next())
+        rows.read(append(items).value.template emplace<Record>());
+    return items;
+}
+
 // The first row, or absent.
-template <class Read>
-auto firstRow(SQLiteStatement statement, Read read) {
-    using Record = std::invoke_result_t<Read, const SQLiteStatement&>;
-    return statement.step() ? std::optional<Record>(read(statement)) : std::nullopt;
+template <class Record>
+std::optional<Record> firstRow(SQLiteStatement statement) {
+    RecordReader rows(std::move(statement));
+    std::optional<Record> record;
+    if (rows.next()) rows.read(record.emplace());
+    return record;
+}
+
+template <class Record>
+std::optional<SyncItem> asItem(std::optional<Record> record) {
+    if (!record) return std::nullopt;
+    return SyncItem{*std::move(record)};
 }
 
 // The one integer of a statement that always has a row; NULL counts as 0.
 std::int64_t singleInteger(SQLiteStatement statement) {
     return statement.step() ? statement.integer(0) : 0;
-}
-
-std::string firstText(const SQLiteStatement& row) {
-    return std::string(row.text(0));
-}
-
-SyncItem readNodeItem(const SQLiteStatement& row) {
-    return {readNode(row)};
-}
-SyncItem readBrainItem(const SQLiteStatement& row) {
-    return {readBrain(row)};
 }
 
 SQLiteStatement selectBrains(SQLiteDatabase& database) {
@@ -83,14 +100,13 @@ SQLiteStatement selectChildren(SQLiteDatabase& database, const UUID& brainId, st
 
 std::vector<BrainRecord> MetadataStore::brains() {
     std::lock_guard hold(lock_);
-    return allRows(selectBrains(database_), readBrain);
+    return allRows<BrainRecord>(selectBrains(database_));
 }
 
 std::optional<BrainRecord> MetadataStore::brain(const UUID& id) {
     std::lock_guard hold(lock_);
-    return firstRow(
-        {database_, "SELECT " VORLINDEN_BRAIN_COLUMNS " FROM brains WHERE brain_id = ?", {id.upperText()}},
-        readBrain);
+    return firstRow<BrainRecord>(
+        {database_, "SELECT " VORLINDEN_BRAIN_COLUMNS " FROM brains WHERE brain_id = ?", {id.upperText()}});
 }
 
 std::optional<std::string> MetadataStore::cursor(const UUID& brainId) {
@@ -102,37 +118,37 @@ std::optional<std::string> MetadataStore::cursor(const UUID& brainId) {
 
 std::optional<NodeRecord> MetadataStore::nodeById(const UUID& brainId, std::string_view nodeId) {
     std::lock_guard hold(lock_);
-    return firstRow({database_,
-                     "SELECT " VORLINDEN_NODE_COLUMNS " FROM nodes WHERE brain_id = ? AND node_id = ?",
-                     {brainId.upperText(), nodeId}},
-                    readNode);
+    return firstRow<NodeRecord>({database_,
+                                 "SELECT " VORLINDEN_NODE_COLUMNS
+                                 " FROM nodes WHERE brain_id = ? AND node_id = ?",
+                                 {brainId.upperText(), nodeId}});
 }
 
 std::optional<NodeRecord> MetadataStore::nodeByPath(const UUID& brainId, std::string_view path) {
     std::lock_guard hold(lock_);
-    return firstRow({database_,
-                     "SELECT " VORLINDEN_NODE_COLUMNS " FROM nodes WHERE brain_id = ? AND path = ?",
-                     {brainId.upperText(), path}},
-                    readNode);
+    return firstRow<NodeRecord>({database_,
+                                 "SELECT " VORLINDEN_NODE_COLUMNS
+                                 " FROM nodes WHERE brain_id = ? AND path = ?",
+                                 {brainId.upperText(), path}});
 }
 
 std::vector<NodeRecord> MetadataStore::allNodes(const UUID& brainId) {
     std::lock_guard hold(lock_);
-    return allRows({database_,
-                    "SELECT " VORLINDEN_NODE_COLUMNS " FROM nodes WHERE brain_id = ? ORDER BY path",
-                    {brainId.upperText()}},
-                   readNode);
+    return allRows<NodeRecord>({database_,
+                                "SELECT " VORLINDEN_NODE_COLUMNS
+                                " FROM nodes WHERE brain_id = ? ORDER BY path",
+                                {brainId.upperText()}});
 }
 
 std::vector<NodeRecord> MetadataStore::children(const UUID& brainId, std::string_view parentPath) {
     std::lock_guard hold(lock_);
-    return allRows(selectChildren(database_, brainId, parentPath), readNode);
+    return allRows<NodeRecord>(selectChildren(database_, brainId, parentPath));
 }
 
 std::vector<NodeRecord> MetadataStore::descendants(const UUID& brainId, std::string_view path) {
     std::lock_guard hold(lock_);
     if (path.empty()) return allNodes(brainId);
-    return allRows(selectDescendants(database_, brainId, path), readNode);
+    return allRows<NodeRecord>(selectDescendants(database_, brainId, path));
 }
 
 std::vector<NodeRecord> MetadataStore::subtree(const UUID& brainId, std::string_view path) {
@@ -149,10 +165,10 @@ std::vector<SyncItem> MetadataStore::enumerate(const SyncItemIdentifier& parent)
         MetadataStore& store;
 
         std::vector<SyncItem> under(const UUID& brainId, std::string_view path) const {
-            return allRows(selectChildren(store.database_, brainId, path), readNodeItem);
+            return allItems<NodeRecord>(selectChildren(store.database_, brainId, path));
         }
         std::vector<SyncItem> operator()(const SyncItemIdentifier::Root&) const {
-            return allRows(selectBrains(store.database_), readBrainItem);
+            return allItems<BrainRecord>(selectBrains(store.database_));
         }
         std::vector<SyncItem> operator()(const SyncItemIdentifier::Brain& brain) const {
             return under(brain.brainId, "");
@@ -173,14 +189,10 @@ std::optional<SyncItem> MetadataStore::record(const SyncItemIdentifier& identifi
 
         std::optional<SyncItem> operator()(const SyncItemIdentifier::Root&) const { return std::nullopt; }
         std::optional<SyncItem> operator()(const SyncItemIdentifier::Brain& id) const {
-            auto brain = store.brain(id.brainId);
-            if (!brain) return std::nullopt;
-            return SyncItem{*std::move(brain)};
+            return asItem(store.brain(id.brainId));
         }
         std::optional<SyncItem> operator()(const SyncItemIdentifier::Node& id) const {
-            auto node = store.nodeById(id.brainId, id.nodeId);
-            if (!node) return std::nullopt;
-            return SyncItem{*std::move(node)};
+            return asItem(store.nodeById(id.brainId, id.nodeId));
         }
     };
     return std::visit(Lookup{*this}, identifier.value);
@@ -201,22 +213,19 @@ std::int64_t MetadataStore::currentAnchor() {
 std::vector<PendingChange> MetadataStore::pendingChanges(std::optional<UUID> brainId) {
     std::lock_guard hold(lock_);
     if (!brainId) {
-        return allRows(
-            {database_, "SELECT " VORLINDEN_PENDING_COLUMNS " FROM pending_changes ORDER BY id ASC"},
-            readPendingChange);
+        return allRows<PendingChange>(
+            {database_, "SELECT " VORLINDEN_PENDING_COLUMNS " FROM pending_changes ORDER BY id ASC"});
     }
-    return allRows(
-        {database_,
-         "SELECT " VORLINDEN_PENDING_COLUMNS " FROM pending_changes WHERE brain_id = ? ORDER BY id ASC",
-         {brainId->upperText()}},
-        readPendingChange);
+    return allRows<PendingChange>({database_,
+                                   "SELECT " VORLINDEN_PENDING_COLUMNS
+                                   " FROM pending_changes WHERE brain_id = ? ORDER BY id ASC",
+                                   {brainId->upperText()}});
 }
 
 std::optional<PendingChange> MetadataStore::pendingChange(std::int64_t id) {
     std::lock_guard hold(lock_);
-    return firstRow(
-        {database_, "SELECT " VORLINDEN_PENDING_COLUMNS "\nFROM pending_changes WHERE id = ?", {id}},
-        readPendingChange);
+    return firstRow<PendingChange>(
+        {database_, "SELECT " VORLINDEN_PENDING_COLUMNS "\nFROM pending_changes WHERE id = ?", {id}});
 }
 
 std::int64_t MetadataStore::uploadErrorCount(const UUID& brainId) {
@@ -235,7 +244,9 @@ std::int64_t MetadataStore::ownWriteCount(const UUID& brainId, std::string_view 
 
 std::optional<std::string> MetadataStore::meta(std::string_view key) {
     std::lock_guard hold(lock_);
-    return firstRow({database_, "SELECT value FROM meta WHERE key = ?", {key}}, firstText);
+    SQLiteStatement statement(database_, "SELECT value FROM meta WHERE key = ?", {key});
+    if (!statement.step()) return std::nullopt;
+    return std::string(statement.text(0));
 }
 
 }  // namespace vorlinden

@@ -12,10 +12,6 @@ Value valid(const std::optional<Value>& parsed, std::string_view what, std::stri
                                          "\"");
 }
 
-UUID uuid(std::string_view text) {
-    return valid(UUID::parse(text), "UUID", text);
-}
-
 Timestamp date(std::string_view text) {
     return valid(platform::parseTimestamp(text), "date", text);
 }
@@ -30,44 +26,46 @@ PendingChangeKind changeKind(std::string_view text) {
 
 }  // namespace
 
-BrainRecord readBrain(const SQLiteStatement& row) {
-    return {.brainId = uuid(row.text(0)),
-            .slug = std::string(row.text(1)),
-            .name = std::string(row.text(2)),
-            .cursor = row.optionalText(3)};
+UUID RecordReader::brainId(std::string_view text) {
+    if (brainText_.empty() || text != brainText_) {
+        brainId_ = valid(UUID::parse(text), "UUID", text);
+        brainText_ = text;
+    }
+    return brainId_;
+}
+
+void RecordReader::read(BrainRecord& record) {
+    record.brainId = brainId(row_.text(0));
+    record.slug = row_.text(1);
+    record.name = row_.text(2);
+    record.cursor = row_.optionalText(3);
 }
 
 // What can be corrupt is read first: the first fault in this order is the one reported.
-NodeRecord readNode(const SQLiteStatement& row) {
-    const NodeKind kind = nodeKind(row.text(5));
-    const UUID brainId = uuid(row.text(0));
-    const Timestamp updatedAt = date(row.text(8));
-    return {.brainId = brainId,
-            .nodeId = std::string(row.text(1)),
-            .path = std::string(row.text(2)),
-            .title = std::string(row.text(3)),
-            .isDirectory = row.integer(4) != 0,
-            .kind = kind,
-            .blobHash = row.optionalText(6),
-            .blobSize = row.optionalInteger(7),
-            .updatedAt = updatedAt,
-            .contentVersion = row.integer(9),
-            .localOnly = row.integer(10) != 0,
-            .uploadError = row.optionalText(11)};
+void RecordReader::read(NodeRecord& record) {
+    record.kind = nodeKind(row_.text(5));
+    record.brainId = brainId(row_.text(0));
+    record.updatedAt = date(row_.text(8));
+    record.nodeId = row_.text(1);
+    record.path = row_.text(2);
+    record.title = row_.text(3);
+    record.isDirectory = row_.integer(4) != 0;
+    record.blobHash = row_.optionalText(6);
+    record.blobSize = row_.optionalInteger(7);
+    record.contentVersion = row_.integer(9);
+    record.localOnly = row_.integer(10) != 0;
+    record.uploadError = row_.optionalText(11);
 }
 
-PendingChange readPendingChange(const SQLiteStatement& row) {
-    const PendingChangeKind kind = changeKind(row.text(3));
-    const UUID brainId = uuid(row.text(1));
-    const Timestamp createdAt = date(row.text(7));
-    return {.id = row.optionalInteger(0),
-            .brainId = brainId,
-            .nodeId = row.optionalText(2),
-            .changeKind = kind,
-            .path = std::string(row.text(4)),
-            .fromPath = row.optionalText(5),
-            .baseCursor = row.optionalText(6),
-            .createdAt = createdAt};
+void RecordReader::read(PendingChange& record) {
+    record.changeKind = changeKind(row_.text(3));
+    record.brainId = brainId(row_.text(1));
+    record.createdAt = date(row_.text(7));
+    record.id = row_.optionalInteger(0);
+    record.nodeId = row_.optionalText(2);
+    record.path = row_.text(4);
+    record.fromPath = row_.optionalText(5);
+    record.baseCursor = row_.optionalText(6);
 }
 
 }  // namespace vorlinden

@@ -18,9 +18,24 @@
 
 namespace vorlinden {
 
-// From the statement's current row. Throw MetadataStoreError::corruptRow.
-BrainRecord readBrain(const SQLiteStatement& row);
-NodeRecord readNode(const SQLiteStatement& row);
-PendingChange readPendingChange(const SQLiteStatement& row);
+// Steps through a statement and fills records where they stand: lists of records are long. read() throws
+// MetadataStoreError::corruptRow; its record is then of no use.
+class RecordReader {
+ public:
+    explicit RecordReader(SQLiteStatement statement) : row_(std::move(statement)) {}
+
+    bool next() { return row_.step(); }
+    void read(BrainRecord& record);
+    void read(NodeRecord& record);
+    void read(PendingChange& record);
+
+ private:
+    UUID brainId(std::string_view text);
+
+    SQLiteStatement row_;
+    // Nearly all rows of a list are of one brain: the last text that was parsed, and its value.
+    std::string brainText_;
+    UUID brainId_;
+};
 
 }  // namespace vorlinden

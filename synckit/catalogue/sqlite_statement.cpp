@@ -112,13 +112,13 @@ SQLiteValue SQLiteStatement::value(int column) const {
 }
 
 std::string_view SQLiteStatement::text(int column) const {
-    if (sqlite3_column_type(statement_.get(), column) != SQLITE_TEXT) return {};
-    return columnText(statement_.get(), column);
+    const auto* text = textOrNull(column);
+    return text ? std::string_view(text) : std::string_view();
 }
 
 std::optional<std::string> SQLiteStatement::optionalText(int column) const {
-    if (sqlite3_column_type(statement_.get(), column) != SQLITE_TEXT) return std::nullopt;
-    return std::string(columnText(statement_.get(), column));
+    const auto* text = textOrNull(column);
+    return text ? std::optional<std::string>(text) : std::nullopt;
 }
 
 std::int64_t SQLiteStatement::integer(int column) const {
@@ -126,8 +126,16 @@ std::int64_t SQLiteStatement::integer(int column) const {
 }
 
 std::optional<std::int64_t> SQLiteStatement::optionalInteger(int column) const {
-    if (sqlite3_column_type(statement_.get(), column) != SQLITE_INTEGER) return std::nullopt;
-    return sqlite3_column_int64(statement_.get(), column);
+    sqlite3_value* value = sqlite3_column_value(statement_.get(), column);
+    if (sqlite3_value_type(value) != SQLITE_INTEGER) return std::nullopt;
+    return sqlite3_value_int64(value);
+}
+
+const char* SQLiteStatement::textOrNull(int column) const {
+    sqlite3_value* value = sqlite3_column_value(statement_.get(), column);
+    if (sqlite3_value_type(value) != SQLITE_TEXT) return nullptr;
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    return text ? text : "";  // null only when memory ran out
 }
 
 void SQLiteStatement::fail(int code) const {

@@ -48,6 +48,8 @@ class SQLiteStatement {
     // Columns of the current row, counted from 0. A view is valid until the next step.
     int columnCount() const;
     SQLiteValue value(int column) const;
+    // These take SQLite's lock once per column rather than once per question about it, so nobody else may use
+    // the connection meanwhile: for MetadataStore, which holds its own lock.
     std::string_view text(int column) const;  // "" unless text
     std::optional<std::string> optionalText(int column) const;
     std::int64_t integer(int column) const;  // 0 unless integer
@@ -57,6 +59,7 @@ class SQLiteStatement {
     struct Finalize {
         void operator()(sqlite3_stmt* statement) const noexcept;
     };
+    const char* textOrNull(int column) const;
     [[noreturn]] void fail(int code) const;
 
     sqlite3* connection_;  // of the database, which outlives the statement
