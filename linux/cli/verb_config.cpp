@@ -34,6 +34,10 @@ int run(const Options& options) {
     const Machine machine;
     if (options.url || options.unset) {
         host::setBaseURL(machine.system, options.url);
+        if (options.url && host::isReadableOnTheWay(*options.url)) {
+            std::cerr
+                << "Note that what goes to this address is not encrypted: others on the way can read it.\n";
+        }
     } else {
         show(machine.system);
     }

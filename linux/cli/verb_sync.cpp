@@ -41,7 +41,9 @@ int runOnce(const Machine& machine, const host::WorkspaceRef& workspace) {
         co_await sweep(workspace);
         reports = co_await host::syncOnce(workspace, progress);
     });
-    return allWell(reports) ? done : failed;
+    if (!allWell(reports)) return failed;
+    progress.willRest(reports);
+    return done;
 }
 
 int runForever(const Machine& machine, const host::WorkspaceRef& workspace, std::chrono::seconds interval) {

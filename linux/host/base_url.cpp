@@ -50,6 +50,13 @@ std::optional<std::string> objectionToBaseURL(std::string_view text) {
     return std::nullopt;
 }
 
+bool isReadableOnTheWay(std::string_view text) {
+    const auto url = platform::URL::parse(platform::trimmed(text));
+    if (!url || platform::lowerCased(url->scheme().value_or("")) != "http") return false;
+    const auto host = url->host().value_or("");
+    return host != "localhost" && !host.starts_with("127.") && host != "[::1]" && host != "::1";
+}
+
 void setBaseURL(const platform::System& system, std::optional<std::string> text) {
     const auto defaults = AppGroup::defaults(system);
     if (!defaults) throw platform::FileError::noSuchFile();

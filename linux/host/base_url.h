@@ -21,6 +21,9 @@ BaseURLSetting baseURLSetting(const platform::System& system);
 // pass over in silence, wholly or in part, is refused.
 std::optional<std::string> objectionToBaseURL(std::string_view text);
 
+// Whether requests to this address, tokens included, could be read on their way: http to another machine.
+bool isReadableOnTheWay(std::string_view text);
+
 // Stores a text without an objection, or removes the setting. Throws FileError.
 void setBaseURL(const platform::System& system, std::optional<std::string> text);
 

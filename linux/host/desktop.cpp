@@ -1,6 +1,7 @@
 #include "linux/host/desktop.h"
 
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 #include <fcntl.h>
@@ -13,6 +14,14 @@ extern char** environ;
 
 namespace vorlinden::host {
 namespace {
+
+using namespace std::chrono_literals;
+
+// The status by which shells tell that there is no such program.
+constexpr int notThere = 127;
+// A browser that is started for the page may run in the place of xdg-open until it is closed.
+constexpr int looksAtTheBrowser = 30;
+constexpr auto betweenLooks = 100ms;
 
 constexpr const char* entryName = "vorlinden-link.desktop";
 
@@ -36,12 +45,13 @@ class SpawnSettings {
         for (const int descriptor : {0, 1, 2}) {
             ::posix_spawn_file_actions_addopen(&actions_, descriptor, "/dev/null", O_RDWR, 0);
         }
-        // The child gets the signals that this program waits for in its own way.
+        // The child gets the signals that this program waits for in its own way, but no Ctrl-C meant for it.
         ::posix_spawnattr_init(&attributes_);
         sigset_t none;
         sigemptyset(&none);
         ::posix_spawnattr_setsigmask(&attributes_, &none);
-        ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK);
+        ::posix_spawnattr_setpgroup(&attributes_, 0);
+        ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
     }
     ~SpawnSettings() {
         ::posix_spawn_file_actions_destroy(&actions_);
@@ -58,27 +68,42 @@ class SpawnSettings {
     posix_spawnattr_t attributes_{};
 };
 
-int exitStatus(pid_t child) {
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR) return 127;
-    }
+int exitStatus(int status) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 }  // namespace
 
-void runProgram(const std::vector<std::string>& command) {
+Program::Program(std::vector<std::string> command) : name_(command.front()) {
     std::vector<char*> arguments;
-    for (const auto& argument : command)
-        arguments.push_back(const_cast<char*>(argument.c_str()));
+    for (auto& argument : command)
+        arguments.push_back(argument.data());
     arguments.push_back(nullptr);
     const SpawnSettings settings;
-    pid_t child = 0;
-    const int error = ::posix_spawnp(&child, arguments[0], settings.actions(), settings.attributes(),
+    const int error = ::posix_spawnp(&process_, arguments[0], settings.actions(), settings.attributes(),
                                      arguments.data(), environ);
-    const int status = error == 0 ? exitStatus(child) : 127;
-    if (status != 0) throw ProgramFailed(command.front(), status);
+    if (error != 0) throw ProgramFailed(name_, notThere);
+}
+
+bool Program::settle(int waitOptions) {
+    if (process_ == 0) return true;
+    int status = 0;
+    pid_t ended = 0;
+    do {
+        ended = ::waitpid(process_, &status, waitOptions);
+    } while (ended < 0 && errno == EINTR);
+    if (ended == 0) return false;
+    process_ = 0;
+    if (ended > 0 && exitStatus(status) != 0) throw ProgramFailed(name_, exitStatus(status));
+    return true;
+}
+
+bool Program::hasEnded() {
+    return settle(WNOHANG);
+}
+
+void Program::waitForEnd() {
+    settle(0);
 }
 
 std::string desktopEntry(const std::filesystem::path& program) {
@@ -98,7 +123,7 @@ void installLinkHandler(platform::FileSystem& files, const std::filesystem::path
     const auto folder = dataHome / "applications";
     files.createDirectories(folder);
     files.writeAtomically(platform::Data(desktopEntry(program)), folder / entryName);
-    runProgram({"xdg-mime", "default", entryName, "x-scheme-handler/vorlinden"});
+    Program({"xdg-mime", "default", entryName, "x-scheme-handler/vorlinden"}).waitForEnd();
 }
 
 DesktopPage::DesktopPage(const platform::System& system, const platform::Folders& folders,
@@ -107,10 +132,13 @@ DesktopPage::DesktopPage(const platform::System& system, const platform::Folders
 
 Task<std::string> DesktopPage::visit(URL page) {
     RedirectInbox inbox(system_, folders_.state);
+    const std::vector<std::string> command{"xdg-open", page.absoluteString()};
     try {
         installLinkHandler(*system_.files, folders_.data.parent_path(),
                            std::filesystem::read_symlink("/proc/self/exe"));
-        runProgram({"xdg-open", page.absoluteString()});
+        Program browser(command);
+        for (int look = 0; look < looksAtTheBrowser && !browser.hasEnded(); ++look)
+            co_await system_.timers->sleep(betweenLooks);
         tell_("The sign-in page is open in your browser. Allow access there; this program waits for it.");
     } catch (const ProgramFailed& failure) {
         tell_(std::string(failure.what()) + " Open this page in a browser on this machine yourself:\n" +

@@ -2,16 +2,37 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 #include "linux/host/redirect_inbox.h"
 #include "linux/host/sign_in.h"
 
 namespace vorlinden::host {
 
-// Runs a program of the PATH to its end, its output dropped. Throws ProgramFailed.
-void runProgram(const std::vector<std::string>& command);
+// A program of the PATH that runs beside this one, in a process group of its own, its input and output
+// dropped.
+class Program {
+ public:
+    // Throws ProgramFailed if there is no such program.
+    explicit Program(std::vector<std::string> command);
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    // Whether it has ended by now: ProgramFailed if it has not ended well.
+    bool hasEnded();
+    // Blocks until it has ended. Throws ProgramFailed.
+    void waitForEnd();
+
+ private:
+    bool settle(int waitOptions);
+
+    const std::string name_;
+    pid_t process_ = 0;  // 0 once its end was seen
+};
 
 // The text of the desktop entry (freedesktop.org Desktop Entry) that opens vorlinden:// links with `program`,
 // an absolute path.

@@ -1,5 +1,7 @@
 #include "linux/host/host_state.h"
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 #include <vector>
 
@@ -14,6 +16,18 @@ platform::JSONText encoded(const platform::UUID& brain, const PullRecord& record
     if (record.pulledAt) object.add("pulledAt", platform::formatTimestamp(*record.pulledAt));
     object.add("failure", record.failure);
     return object.text();
+}
+
+// Whether two rounds went alike, the later one no more than a minute after the other.
+bool sayTheSame(const std::map<platform::UUID, PullRecord>& a,
+                const std::map<platform::UUID, PullRecord>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& one, const auto& other) {
+        if (one.first != other.first || one.second.failure != other.second.failure) return false;
+        if (one.second.pulledAt == other.second.pulledAt) return true;
+        if (!one.second.pulledAt || !other.second.pulledAt) return false;
+        const auto apart = *other.second.pulledAt - *one.second.pulledAt;
+        return apart >= std::chrono::seconds(0) && apart < std::chrono::minutes(1);
+    });
 }
 
 }  // namespace
@@ -63,6 +77,7 @@ void HostState::setRegisteredAt(std::string issuer) {
 }
 
 void HostState::setRound(std::map<platform::UUID, PullRecord> pulls) {
+    if (!roundFailure_ && sayTheSame(pulls_, pulls)) return;
     pulls_ = std::move(pulls);
     roundFailure_.reset();
     write();

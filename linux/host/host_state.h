@@ -33,7 +33,8 @@ class HostState {
     const std::map<platform::UUID, PullRecord>& pulls() const { return pulls_; }
     // Why the last round could not be held at all, for a person; absent if it could.
     std::optional<std::string> roundFailure() const { return roundFailure_; }
-    // A round was held. Replaces all records, so that those of brains that are gone go too.
+    // A round was held. Replaces all records, so that those of brains that are gone go too. Where nothing but
+    // time has passed the file is written once a minute, to spare the disk of an idle machine.
     void setRound(std::map<platform::UUID, PullRecord> pulls);
     void setRoundFailure(std::string failure);
 

@@ -18,6 +18,8 @@ struct Apply {
     const UUID& brainId;
 
     Applied operator()(const ChangesResponse::Incremental& feed) const {
+        // The usual answer to an idle machine: not worth a write to the disk.
+        if (feed.entries.empty() && feed.cursor == workspace.store->cursor(brainId)) return {};
         Reconciler::applyFeedEntries(*workspace.system.random, feed.entries, brainId, feed.cursor,
                                      *workspace.store, keepLocal);
         return {.reset = false, .items = feed.entries.size()};

@@ -69,17 +69,16 @@ Task<OAuthTokenResponse> authorize(WorkspaceRef workspace, AuthorizationPage& pa
     }
 }
 
-bool isKnown(const std::vector<Device>& devices, const std::optional<std::string>& id,
-             const std::string& name) {
-    return id && std::any_of(devices.begin(), devices.end(),
-                             [&](const Device& device) { return device.id == *id && device.name == name; });
+bool isKnown(const std::vector<Device>& devices, const std::optional<std::string>& id) {
+    return id && std::any_of(devices.begin(), devices.end(), [&](const Device& d) { return d.id == *id; });
 }
 
 // The server's id of this device, the one it has already where it still knows it under this name.
 Task<> settleDevice(WorkspaceRef workspace, std::string name) {
     const auto list = [workspace] { return workspace->client->listDevices(); };
     const auto devices = co_await workspace->tokens->withAuthRetry<std::vector<Device>>(list);
-    if (isKnown(devices, workspace->store->meta(MetaKey::deviceId), name)) co_return;
+    const bool sameName = workspace->store->meta(MetaKey::deviceName) == name;
+    if (sameName && isKnown(devices, workspace->store->meta(MetaKey::deviceId))) co_return;
     const auto enter = [workspace, name] { return workspace->client->registerDevice(name, "linux"); };
     const auto device = co_await workspace->tokens->withAuthRetry<Device>(enter);
     co_await storeMeta(workspace, MetaKey::deviceName, name);

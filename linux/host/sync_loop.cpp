@@ -89,10 +89,8 @@ std::unique_ptr<platform::NotificationCenter::Registration> listenForWakeUps(
     }
 }
 
-std::unique_ptr<platform::LockFile> runningLock(const platform::System& system,
-                                                const platform::Folders& folders) {
-    system.files->createDirectories(folders.state);
-    return system.files->openLockFile(folders.state / "sync-running.lock");
+std::filesystem::path runningLockFile(const platform::Folders& folders) {
+    return folders.state / "sync-running.lock";
 }
 
 }  // namespace
@@ -115,7 +113,8 @@ Task<std::vector<BrainReport>> syncOnce(WorkspaceRef workspace, PullObserver& ob
 Task<> syncForever(WorkspaceRef workspace, milliseconds interval, SyncObserver& observer) {
     const auto alarm = std::make_shared<Alarm>();
     const auto wakeUps = listenForWakeUps(*workspace, alarm);
-    const auto running = runningLock(workspace->system, workspace->folders);
+    workspace->system.files->createDirectories(workspace->folders.state);
+    const auto running = workspace->system.files->openLockFile(runningLockFile(workspace->folders));
     bool marked = false;
     unsigned failures = 0;
     bool toldSignedOut = false;
@@ -136,7 +135,8 @@ Task<> syncForever(WorkspaceRef workspace, milliseconds interval, SyncObserver& 
 }
 
 bool isSyncRunning(const platform::System& system, const platform::Folders& folders) {
-    const auto lock = runningLock(system, folders);
+    if (!system.files->exists(runningLockFile(folders))) return false;
+    const auto lock = system.files->openLockFile(runningLockFile(folders));
     if (lock->tryLock() != 0) return true;
     lock->unlock();
     return false;

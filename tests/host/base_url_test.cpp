@@ -31,6 +31,15 @@ TEST_F(BaseURLSettingTest, WhatWouldBePassedOverIsRefusedWithAReason) {
     }
 }
 
+TEST_F(BaseURLSettingTest, OnlyPlainHTTPToAnotherMachineIsReadableOnTheWay) {
+    for (const std::string text :
+         {"http://sync.example.com", "HTTP://10.0.0.1", "http://localhost.example.com"})
+        EXPECT_TRUE(isReadableOnTheWay(text)) << text;
+    for (const std::string text :
+         {"https://sync.example.com", "http://localhost:1", "http://127.0.0.1", "http://[::1]:80/"})
+        EXPECT_FALSE(isReadableOnTheWay(text)) << text;
+}
+
 TEST_F(BaseURLSettingTest, AStoredTextThatIsUnusableShowsBesideTheDefault) {
     machine.defaults->set(AppGroup::baseURLOverrideKey, "htp://typo");
     const auto setting = baseURLSetting(machine.system());

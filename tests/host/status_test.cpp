@@ -65,6 +65,25 @@ TEST_F(StatusTest, AnUnreadableCatalogueIsLeftAloneAndExplained) {
     }
 }
 
+TEST_F(StatusTest, AnIdleMachineIsNotWrittenToMoreThanOnceAMinute) {
+    addBrain(1, "notes", {"a.md"});
+    const auto workspace = openSignedIn();
+    PullObserver observer;
+    const auto sync = [&] { machine.loop.run([&] { return syncOnce(workspace, observer); }); };
+    sync();
+    int writes = 0;
+    machine.files->before = [&](tests::FileOperation operation, const std::filesystem::path&) {
+        writes += operation == tests::FileOperation::write ? 1 : 0;
+    };
+    machine.advance(30s);
+    sync();
+    EXPECT_EQ(writes, 0);
+    machine.advance(30s);
+    sync();
+    EXPECT_EQ(writes, 1);
+    EXPECT_EQ(gather().brains.at(0).pull.pulledAt, machine.clock->now());
+}
+
 TEST_F(StatusTest, AnUnreadableMemoryOfTheHostCountsAsNone) {
     machine.files->createDirectories(folders.state);
     machine.files->writeAtomically(Data::copyOf(R"({"pulls":[{"brain":"no uuid"}]})"),
@@ -95,28 +114,19 @@ TEST(DesktopEntry, QuotesAnyPathForTheExecKey) {
     EXPECT_NE(entry.find("MimeType=x-scheme-handler/vorlinden;\n"), std::string::npos);
 }
 
-TEST(RunProgram, TellsAMissingProgramFromAFailingOne) {
-    EXPECT_NO_THROW(runProgram({"true"}));
-    EXPECT_EQ(
-        [] {
-            try {
-                runProgram({"false"});
-            } catch (const ProgramFailed& f) {
-                return f.status;
-            }
-            return 0;
-        }(),
-        1);
-    EXPECT_EQ(
-        [] {
-            try {
-                runProgram({"no-such-program-here"});
-            } catch (const ProgramFailed& f) {
-                return f.status;
-            }
-            return 0;
-        }(),
-        127);
+int statusOf(const char* program) {
+    try {
+        Program({program}).waitForEnd();
+    } catch (const ProgramFailed& failure) {
+        return failure.status;
+    }
+    return 0;
+}
+
+TEST(Program, TellsAMissingOneFromAFailingOne) {
+    EXPECT_EQ(statusOf("true"), 0);
+    EXPECT_EQ(statusOf("false"), 1);
+    EXPECT_EQ(statusOf("no-such-program-here"), 127);
 }
 
 }  // namespace
