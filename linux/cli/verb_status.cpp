@@ -1,17 +1,30 @@
 // vorlinden status [--json]
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "linux/cli/machine.h"
 #include "linux/cli/verbs.h"
 #include "linux/host/status.h"
+#include "linux/mount/mount_state.h"
 
 namespace vorlinden::cli {
 namespace {
 
+std::optional<host::MountStatus> mountStatus(const Machine& machine) {
+    const auto state = mount::readMountState(*machine.system.files, machine.folders.state);
+    if (!state) return std::nullopt;
+    host::MountStatus status{state->mountPoint, state->server, state->extensionTrouble, std::nullopt};
+    if (const auto& failed = state->lastFailedFetch) {
+        status.failedFetch = {failed->path, failed->sentence, failed->at};
+    }
+    return status;
+}
+
 int run(bool json) {
     const Machine machine;
-    const auto status = host::gatherStatus(machine.system, machine.folders);
+    auto status = host::gatherStatus(machine.system, machine.folders);
+    status.mount = mountStatus(machine);
     if (json) {
         std::cout << host::statusJSON(status) << "\n";
     } else {

@@ -23,6 +23,19 @@ struct BrainStatus {
     PullRecord pull;
 };
 
+// What the daemon tells of itself. The host doesn't know the daemon: whoever wants both fills this in.
+struct MountStatus {
+    std::string mountPoint;
+    std::string server;                  // "unknown", "reachable", "unreachable", "signed out"
+    std::optional<std::string> trouble;  // why listings can't be had now
+    struct FailedFetch {
+        std::string path;  // below the mount point
+        std::string sentence;
+        platform::Timestamp at;
+    };
+    std::optional<FailedFetch> failedFetch;  // the last one
+};
+
 struct Status {
     bool signedIn = false;
     std::optional<std::string> signInProblem;  // why the stored session doesn't read
@@ -33,6 +46,7 @@ struct Status {
     std::size_t waiting = 0;  // journal rows, those of brains that are gone among them
     bool syncRuns = false;
     std::optional<std::string> roundFailure;  // why the last round could not be held
+    std::optional<MountStatus> mount;         // absent: nothing is mounted
 };
 
 // A catalogue that isn't there is none of the failures: nothing was ever pulled. Throws CatalogueUnusable.

@@ -53,6 +53,36 @@ JSONText syncJSON(const Status& status) {
     return object.text();
 }
 
+JSONText mountJSON(const MountStatus& mount) {
+    JSONObjectBuilder object;
+    object.add("path", mount.mountPoint).add("server", mount.server).add("trouble", mount.trouble);
+    if (const auto& failed = mount.failedFetch) {
+        JSONObjectBuilder fetch;
+        fetch.add("path", failed->path)
+            .add("reason", failed->sentence)
+            .add("at", platform::formatTimestamp(failed->at));
+        object.add("failedFetch", fetch.text());
+    }
+    return object.text();
+}
+
+std::string mountText(const std::optional<MountStatus>& mount, platform::Timestamp now) {
+    if (!mount) return "mount: none; show the tree with `vorlinden mount FOLDER`\n";
+    std::ostringstream out;
+    out << "mount: " << mount->mountPoint << "\n";
+    if (mount->trouble) out << "  " << *mount->trouble << "\n";
+    if (mount->server == "unreachable") {
+        out << "  the server can't be reached: what isn't cached can't be read now\n";
+    } else if (mount->server == "signed out") {
+        out << "  signed out: what isn't cached can't be read\n";
+    }
+    if (const auto& failed = mount->failedFetch) {
+        out << "  could not fetch " << failed->path << " (" << ageText(failed->at, now)
+            << "): " << failed->sentence << "\n";
+    }
+    return out.str();
+}
+
 std::string brainText(const BrainStatus& status, platform::Timestamp now) {
     std::ostringstream out;
     out << "  " << status.brain.slug << ": " << counted(status.files, "file") << " in "
@@ -102,6 +132,7 @@ std::string statusJSON(const Status& status) {
         .add("brains", brains)
         .add("waiting", static_cast<std::int64_t>(status.waiting))
         .add("sync", syncJSON(status));
+    if (status.mount) object.add("mount", mountJSON(*status.mount));
     return object.text().text;
 }
 
@@ -115,6 +146,7 @@ std::string statusText(const Status& status, platform::Timestamp now) {
     }
     out << "sync: " << (status.syncRuns ? "running" : "not running; start it with `vorlinden sync`") << "\n";
     if (status.roundFailure) out << "  last try failed: " << *status.roundFailure << "\n";
+    out << mountText(status.mount, now);
     out << "brains: " << (status.brains.empty() ? "none" : std::to_string(status.brains.size())) << "\n";
     for (const auto& brain : status.brains)
         out << brainText(brain, now);

@@ -51,6 +51,21 @@ TEST_F(StatusTest, CountsWhatIsThereAndTellsItsAge) {
     EXPECT_EQ(document.root().required("server").requiredString("url"), "https://sync.test");
 }
 
+TEST_F(StatusTest, TellsWhatTheDaemonCouldNotFetch) {
+    auto status = gather();
+    EXPECT_NE(statusText(status, machine.clock->now()).find("mount: none"), std::string::npos);
+    const auto at = machine.clock->now();
+    status.mount = {"/tree", "unreachable", std::nullopt,
+                    MountStatus::FailedFetch{"notes/a.md", "It timed out.", at}};
+    const auto text = statusText(status, at + 3min);
+    EXPECT_NE(text.find("can't be reached"), std::string::npos) << text;
+    EXPECT_NE(text.find("could not fetch notes/a.md (3 minutes ago): It timed out."), std::string::npos)
+        << text;
+    const auto json = statusJSON(status);
+    const platform::JSONDocument document(json);
+    EXPECT_EQ(document.root().required("mount").required("failedFetch").requiredString("path"), "notes/a.md");
+}
+
 TEST_F(StatusTest, AnUnreadableCatalogueIsLeftAloneAndExplained) {
     openSignedIn();
     const auto file = AppGroup::syncDatabaseURL(machine.system());
