@@ -9,6 +9,11 @@ namespace {
 constexpr std::size_t maximumHeaderBytes = 256 << 10;
 constexpr std::size_t maximumReserve = 64 << 20;  // a promised length is believed up to here
 
+// A server that sends a byte now and then isn't idle and would hold its caller for ever. Nobody works over a
+// line as slow as this for so long.
+constexpr long drippingBytesPerSecond = 64;
+constexpr auto drippingTimeouts = 5;
+
 URLError::Code codeFor(CURLcode code) {
     using Code = URLError::Code;
     switch (code) {
@@ -79,6 +84,9 @@ void CurlTransfer::setUp() {
     set(CURLOPT_BUFFERSIZE, 64L << 10);
     // Idle time is watched by the I/O thread; this lets libcurl share the time out among a host's addresses.
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.timeout.count()));
+    set(CURLOPT_LOW_SPEED_LIMIT, drippingBytesPerSecond);
+    const auto dripping = std::chrono::ceil<std::chrono::seconds>(request_.timeout * drippingTimeouts);
+    set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(dripping.count()));
     set(CURLOPT_HEADERFUNCTION, &onHeader);
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &onBody);

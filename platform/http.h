@@ -22,7 +22,8 @@ struct URLRequest {
     std::string method = "GET";
     std::vector<Header> headers = {};
     std::optional<Data> body = {};
-    // How long nothing may happen: no byte in either direction, the attempt to connect included.
+    // How long nothing may happen: no byte in either direction, the attempt to connect included. A connection
+    // that does no more than drip is ended after five times as long.
     std::chrono::milliseconds timeout = std::chrono::seconds(60);
 };
 

@@ -1,6 +1,7 @@
 #include "synckit/auth/oauth_client.h"
 
 #include "platform/json.h"
+#include "synckit/server/concealed.h"
 #include "synckit/server/request_url.h"
 #include "synckit/server/sync_errors.h"
 
@@ -28,21 +29,33 @@ URLRequest post(URL url, const char* contentType, std::string body) {
     return result;
 }
 
+OAuthError concealed(OAuthError error, const std::vector<QueryItem>& form) {
+    for (const auto& [name, value] : form) {
+        if (name != "refresh_token" && name != "code" && name != "code_verifier") continue;
+        auto text = error.errorDescription;
+        if (text) text = vorlinden::concealed(*text, value);
+        error = {error.status, vorlinden::concealed(error.error, value), std::move(text)};
+    }
+    return error;
+}
+
 }  // namespace
 
 OAuthClient::OAuthClient(URL baseURL, std::shared_ptr<HTTPTransport> transport)
     : baseURL_(std::move(baseURL)), transport_(std::move(transport)) {}
 
-Task<HTTPAnswer> OAuthClient::perform(URLRequest request) const {
+// `form` is what the request holds of secrets, if anything.
+Task<HTTPAnswer> OAuthClient::perform(URLRequest request, Form form) const {
     auto answer = co_await transport_->send(std::move(request));
     const int status = answer.response.status;
-    if (status < 200 || status > 299) throw OAuthError::decode(status, answer.data);
+    if (status < 200 || status > 299) throw concealed(OAuthError::decode(status, answer.data), form);
     co_return answer;
 }
 
 Task<AuthServerMetadata> OAuthClient::discover() const {
     auto url = requestURL(baseURL_, {".well-known", "oauth-authorization-server"});
-    const auto answer = co_await perform(request(std::move(url), "GET"));
+    auto get = request(std::move(url), "GET");
+    const auto answer = co_await perform(std::move(get), {});
     co_return AuthServerMetadata::decode(answer.data);
 }
 
@@ -63,7 +76,8 @@ Task<ClientRegistration> OAuthClient::postRegistration(URL endpoint, std::string
     platform::JSONObjectBuilder body;
     body.add("client_name", clientName).add("redirect_uris", redirectURIs);
     body.add("token_endpoint_auth_method", "none");
-    const auto answer = co_await perform(post(std::move(endpoint), "application/json", body.text().text));
+    auto request = post(std::move(endpoint), "application/json", body.text().text);
+    const auto answer = co_await perform(std::move(request), {});
     co_return ClientRegistration::decode(answer.data);
 }
 
@@ -88,27 +102,25 @@ Task<OAuthTokenResponse> OAuthClient::exchangeCode(AuthServerMetadata metadata, 
                                                    std::string code, std::string redirectURI,
                                                    std::string codeVerifier,
                                                    std::optional<std::string> resource) const {
-    std::vector<QueryItem> form = {{"grant_type", "authorization_code"},
-                                   {"client_id", clientId},
-                                   {"code", code},
-                                   {"redirect_uri", redirectURI},
-                                   {"code_verifier", codeVerifier}};
+    Form form = {{"grant_type", "authorization_code"},
+                 {"client_id", clientId},
+                 {"code", code},
+                 {"redirect_uri", redirectURI},
+                 {"code_verifier", codeVerifier}};
     if (resource) form.emplace_back("resource", *resource);
     return requestToken(std::move(metadata), std::move(form));
 }
 
 Task<OAuthTokenResponse> OAuthClient::refresh(AuthServerMetadata metadata, std::string clientId,
                                               std::string refreshToken) const {
-    std::vector<QueryItem> form = {
-        {"grant_type", "refresh_token"}, {"client_id", clientId}, {"refresh_token", refreshToken}};
+    Form form = {{"grant_type", "refresh_token"}, {"client_id", clientId}, {"refresh_token", refreshToken}};
     return requestToken(std::move(metadata), std::move(form));
 }
 
-Task<OAuthTokenResponse> OAuthClient::requestToken(AuthServerMetadata metadata,
-                                                   std::vector<QueryItem> form) const {
+Task<OAuthTokenResponse> OAuthClient::requestToken(AuthServerMetadata metadata, Form form) const {
     requireTrustworthy(metadata.tokenEndpoint);
-    const auto answer = co_await perform(
-        post(metadata.tokenEndpoint, "application/x-www-form-urlencoded", encodedQuery(form)));
+    auto request = post(metadata.tokenEndpoint, "application/x-www-form-urlencoded", encodedQuery(form));
+    const auto answer = co_await perform(std::move(request), std::move(form));
     co_return OAuthTokenResponse::decode(answer.data);
 }
 

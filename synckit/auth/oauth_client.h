@@ -48,9 +48,9 @@ class OAuthClient {
                                      std::string refreshToken) const;
 
  private:
-    Task<HTTPAnswer> perform(URLRequest request) const;
-    Task<OAuthTokenResponse> requestToken(AuthServerMetadata metadata,
-                                          std::vector<std::pair<std::string, std::string>> form) const;
+    using Form = std::vector<std::pair<std::string, std::string>>;
+    Task<HTTPAnswer> perform(URLRequest request, Form form) const;
+    Task<OAuthTokenResponse> requestToken(AuthServerMetadata metadata, Form form) const;
     Task<ClientRegistration> postRegistration(URL endpoint, std::string clientName,
                                               std::vector<std::string> redirectURIs) const;
     void requireTrustworthy(const URL& endpoint) const;

@@ -1,5 +1,6 @@
 #include "synckit/server/sync_api_client.h"
 
+#include "synckit/server/concealed.h"
 #include "synckit/server/sync_json.h"
 
 namespace vorlinden {
@@ -18,6 +19,11 @@ std::string asciiLower(std::string text) {
     for (auto& c : text)
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     return text;
+}
+
+SyncAPIError concealed(const SyncAPIError& error, const std::string& token) {
+    return {error.status, vorlinden::concealed(error.code, token),
+            vorlinden::concealed(error.message, token)};
 }
 
 DownloadedFile downloadedFile(const HTTPAnswer& answer) {
@@ -62,7 +68,7 @@ Task<HTTPAnswer> SyncAPIClient::perform(Call call) {
     request.body = call.body;
     auto answer = co_await transport_->send(std::move(request));
     const int status = answer.response.status;
-    if (status < 200 || status > 299) throw SyncAPIError::decode(status, answer.data);
+    if (status < 200 || status > 299) throw concealed(SyncAPIError::decode(status, answer.data), token);
     co_return answer;
 }
 

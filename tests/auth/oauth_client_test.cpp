@@ -171,6 +171,24 @@ TEST_F(OAuthClientTest, SendsSecretsOnlyWhereTheyAreSafe) {
     }
 }
 
+TEST_F(OAuthClientTest, NoErrorRepeatsASecret) {
+    const std::string code = "code/of/sixteen+bytes", verifier = "verifier-of-sixteen-bytes";
+    const auto describe = [&](const std::string& body) {
+        answer(500, body);
+        try {
+            run([&](auto& oauth) { return oauth.exchangeCode(metadata(), "id", code, "r", verifier); });
+        } catch (const OAuthError& error) {
+            return error.description();
+        }
+        return std::string("no error");
+    };
+    EXPECT_EQ(describe("bad form: code=code%2Fof%2Fsixteen%2Bbytes&code_verifier=" + verifier + "&" + code),
+              "OAuth error 500 unknown: bad form: code=[secret]&code_verifier=[secret]&[secret]");
+    EXPECT_EQ(describe(R"({"error":"no","error_description":")" + verifier + "\"}"),
+              "OAuth error 500 no: [secret]");
+    EXPECT_EQ(describe("id r"), "OAuth error 500 unknown: id r");
+}
+
 TEST(OAuthError, ReadsTheServersWordsOrTheBody) {
     const auto decode = [](const std::string& body) { return OAuthError::decode(400, Data::copyOf(body)); };
     EXPECT_EQ(decode(R"({"error":"invalid_grant","error_description":"old"})"),

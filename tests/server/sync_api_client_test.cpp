@@ -154,6 +154,19 @@ TEST_F(SyncAPIClientTest, AnAnswerOutsideTwoHundredIsTheServersError) {
               "Sync API error 404 NOT_FOUND: gone");
 }
 
+TEST_F(SyncAPIClientTest, NoErrorRepeatsTheToken) {
+    const std::string token = "a token of sixteen bytes";
+    SyncAPIClient api(*URL::parse("https://store.example"), std::make_shared<URLSessionTransport>(session_),
+                      std::make_shared<StaticTokenProvider>(token));
+    answer(400, "Authorization: Bearer " + token + " is odd");
+    try {
+        loop_.run([&] { return api.listBrains(); });
+        FAIL();
+    } catch (const SyncAPIError& error) {
+        EXPECT_EQ(error.message, "HTTP 400: Authorization: Bearer [secret] is odd");
+    }
+}
+
 TEST_F(SyncAPIClientTest, AnAnswerThatDoesNotReadIsADecodingError) {
     const auto list = [](auto& api) { return api.listBrains(); };
     for (const auto* body : {"", "[]", R"({"brains":{}})", "\xff"}) {

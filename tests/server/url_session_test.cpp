@@ -132,12 +132,30 @@ TEST_F(URLSessionTest, DroppingTheSessionEndsItsRequests) {
     EXPECT_EQ(ended.get_future().get(), URLError::Code::cancelled);
 }
 
-TEST_F(URLSessionTest, ASilentServerTimesOutAndASlowOneDoesNot) {
+TEST_F(URLSessionTest, ASilentServerTimesOut) {
     LoopbackServer silent([](const auto&) { return Reply{}; });
     EXPECT_EQ(failureOf({.url = silent.url(), .timeout = 50ms}), URLError::Code::timedOut);
     LoopbackServer stalled(
         [](const auto&) { return Reply{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf"}; });
     EXPECT_EQ(failureOf({.url = stalled.url(), .timeout = 50ms}), URLError::Code::timedOut);
+}
+
+TEST_F(URLSessionTest, ASlowServerIsWaitedForButNotOneThatDrips) {
+    LoopbackServer slow([](const auto&) {
+        auto left = std::make_shared<int>(12);
+        return Reply{"HTTP/1.1 200 OK\r\n\r\n", true, [left]() -> std::string {
+                         std::this_thread::sleep_for(50ms);  // the server's pace
+                         return (*left)-- > 0 ? std::string(1000, 'x') : "";
+                     }};
+    });
+    EXPECT_EQ(send({.url = slow.url(), .timeout = 500ms}).body.size(), 12'000U);
+    LoopbackServer dripping([](const auto&) {
+        return Reply{"HTTP/1.1 200 OK\r\n\r\n", true, [] {
+                         std::this_thread::sleep_for(50ms);
+                         return std::string("x");
+                     }};
+    });
+    EXPECT_EQ(failureOf({.url = dripping.url(), .timeout = 200ms}), URLError::Code::timedOut);
 }
 
 TEST_F(URLSessionTest, SendsALargeBody) {

@@ -31,12 +31,23 @@ bool receiveMore(int connection, std::string& received) {
     return count > 0;
 }
 
-void sendAll(int connection, std::string_view bytes) {
+// False when the connection has ended.
+bool sendAll(int connection, std::string_view bytes) {
     while (!bytes.empty()) {
         const auto count = ::send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count <= 0) return;
+        if (count <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
+    return true;
+}
+
+void sendReply(int connection, const LoopbackServer::Reply& reply) {
+    auto bytes = reply.bytes;
+    while (sendAll(connection, bytes) && reply.more) {
+        bytes = reply.more();
+        if (bytes.empty()) break;
+    }
+    if (reply.close) ::shutdown(connection, SHUT_RDWR);
 }
 
 }  // namespace
@@ -105,11 +116,8 @@ void LoopbackServer::serve(int connection) {
     sendAll(connection, greeting_);
     std::string received;
     Request request;
-    while (readRequest(connection, received, request)) {
-        const auto reply = handler_(request);
-        sendAll(connection, reply.bytes);
-        if (reply.close) ::shutdown(connection, SHUT_RDWR);
-    }
+    while (readRequest(connection, received, request))
+        sendReply(connection, handler_(request));
     const std::lock_guard hold(mutex_);
     ++closed_;
     changed_.notify_all();

@@ -25,6 +25,8 @@ class LoopbackServer {
     struct Reply {
         std::string bytes;   // sent as they are; none at all is silence
         bool close = false;  // the connection is closed behind them
+        // Asked for further bytes, before it is closed, until it gives none or the connection has ended.
+        std::function<std::string()> more = {};
     };
     // Called on the connection's thread, several at a time.
     using Handler = std::function<Reply(const Request&)>;
