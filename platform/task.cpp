@@ -35,8 +35,10 @@ Task<> checkCancellation() {
 // Owned by the task's completion handler, so that it goes with the task. All but `strand` is touched on the
 // strand alone: emitting a signal beside a running coroutine is a race.
 struct TaskHandle::State {
+    explicit State(const Executor& executor) : strand(asio::make_strand(executor)) {}
+
     asio::strand<Executor> strand;
-    asio::cancellation_signal signal{};
+    asio::cancellation_signal signal;
     bool finished = false;
 };
 
@@ -61,10 +63,10 @@ Task<> runBody(std::function<Task<>()> body) {
 
 TaskHandle spawn(Executor executor, std::function<Task<>()> body,
                  std::function<void(std::exception_ptr)> finished) {
-    const auto state = std::make_shared<TaskHandle::State>(asio::make_strand(std::move(executor)));
+    const auto state = std::make_shared<TaskHandle::State>(executor);
     auto whenEnded = [state, finished = std::move(finished)](std::exception_ptr outcome) {
         state->finished = true;
-        finished(std::move(outcome));
+        finished(outcome);
     };
     // Started on the strand as well: co_spawn() itself connects the signal.
     asio::post(state->strand, [state, body = std::move(body), whenEnded = std::move(whenEnded)]() mutable {

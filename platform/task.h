@@ -27,7 +27,8 @@ using Executor = boost::asio::any_io_executor;
 Task<> checkCancellation();
 
 // Cancels a running task from any thread, any number of times. Holding it keeps neither the task nor its
-// executor alive; after the task has ended, cancelling does nothing.
+// executor alive; after the task has ended, cancelling does nothing. The executor must not be destroyed while
+// cancel() runs.
 class TaskHandle {
  public:
     TaskHandle() = default;  // of no task: cancelling it does nothing

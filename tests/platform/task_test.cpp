@@ -152,6 +152,7 @@ TEST(Cancellation, RequestedFromInsideIsFeltByTheNextPrimitive) {
         [&](std::exception_ptr failure) { outcome = failure; });
     loop.runUntilIdle();
     EXPECT_FALSE(reached);
+    ASSERT_TRUE(outcome);
     EXPECT_THROW(std::rethrow_exception(outcome), CancelledError);
     TaskHandle().cancel();
 }
