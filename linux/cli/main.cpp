@@ -7,6 +7,7 @@ int main(int argc, char** argv) {
     addConfig(program);
     addLogin(program);
     addSync(program);
+    addMount(program);
     addStatus(program);
     addLogout(program);
     addServer(program);

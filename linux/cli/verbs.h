@@ -9,6 +9,7 @@ namespace vorlinden::cli {
 void addConfig(Program& program);
 void addLogin(Program& program);
 void addLogout(Program& program);
+void addMount(Program& program);
 void addOpenURL(Program& program);
 void addServer(Program& program);
 void addServerCtl(Program& program);

@@ -18,9 +18,7 @@ namespace vorlinden::mount {
 class KernelNotifier {
  public:
     explicit KernelNotifier(fuse_session* session);
-    // Drops what hasn't gone out. The session's connection must have been closed or must still be served,
-    // lest a notification in flight waits for ever.
-    ~KernelNotifier();
+    ~KernelNotifier() { stop(); }
     KernelNotifier(const KernelNotifier&) = delete;
     KernelNotifier& operator=(const KernelNotifier&) = delete;
 
