@@ -159,9 +159,7 @@ void addFault(Family& family, Options& options) {
 void addServerCtl(Program& program) {
     const auto options = std::make_shared<Options>();
     auto& parent =
-        program.addVerb("server-ctl", "Change what a running server holds, as another device would",
-                        [] { return wrongUsage; });
-    parent.require_subcommand(1);
+        program.addGroup("server-ctl", "Change what a running server holds, as another device would");
     Family family(program, parent, options);
 
     auto& putVerb = family.addOnPath("put", "Store a file", put);

@@ -31,7 +31,7 @@ story "a wrong command line"
 expect 2 "$vorlinden" sync --onec
 expect 2 "$vorlinden" nonsense
 expect 2 "$vorlinden" sync --interval 0
-for verb in "" config login sync status logout open-url server mount; do
+for verb in "" config login sync status logout open-url server server-ctl; do
     expect 0 "$vorlinden" $verb --help
     grep -qi usage "$work/out" || fail "no usage for $verb"
 done
