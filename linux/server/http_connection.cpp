@@ -141,7 +141,8 @@ asio::awaitable<bool> HttpConnection::readHead(Exchange& exchange) {
                            problem != http::error::end_of_stream && problem != http::error::partial_message;
     if (isGarbage) {
         const auto refusal = std::make_exception_ptr(Refusal::badRequest("This is no HTTP request."));
-        co_await send(context_.application.failure({}, refusal), false);
+        const auto response = context_.application.failure(RequestHead(), refusal);
+        co_await send(response, false);
     }
     co_return false;
 }

@@ -167,8 +167,10 @@ class Importer {
         }
     }
 
+    // From the last path to the first, so that a folder is there already if another lies in it.
     void makeFolders(const FolderWalk& walk) {
-        inBatches(walk.folders, [&](Batch& batch, const std::string& path) {
+        const std::vector<std::string> order(walk.folders.rbegin(), walk.folders.rend());
+        inBatches(order, [&](Batch& batch, const std::string& path) {
             const bool isNew = !imported_.contains(path);
             const auto node = batch.editor.tree().find(path);
             if (!isNew || (node && !node->isDirectory)) return;

@@ -22,14 +22,14 @@ struct ImportSource {
 };
 
 struct ServerOptions {
-    std::filesystem::path data;         // everything the server keeps; made if it isn't there
+    std::filesystem::path data{};       // everything the server keeps; made if it isn't there
     std::string address = "127.0.0.1";  // of the loopback network: there is no TLS
     std::uint16_t port = 0;             // 0: any free one
-    std::vector<ImportSource> imports;
+    std::vector<ImportSource> imports{};
     bool autoApprove = false;  // authorize at once, without the page
     std::chrono::seconds tokenLifetime{3600};
     std::int64_t keepFeed = 10'000;  // entries of a brain's feed that stay; older cursors expire
-    std::vector<ReadOnlySubtree> readOnly;
+    std::vector<ReadOnlySubtree> readOnly{};
     std::int64_t maxUpload = 104'857'600;  // bytes of one file
     bool missingDeleteIs404 = false;       // instead of 200 with `deleted` false
     std::chrono::milliseconds delay{0};    // added to every request

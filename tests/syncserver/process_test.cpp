@@ -1,0 +1,114 @@
+// The real program: killed at any point, it comes back with everything it had answered for.
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <thread>
+
+#include <boost/system/system_error.hpp>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "linux/server/admin_client.h"
+#include "synckit/server/sync_json.h"
+#include "tests/syncserver/member.h"
+
+namespace vorlinden::tests {
+namespace {
+
+// `vorlinden server` in a process of its own, from its first line of output to its end.
+class ServerProcess {
+ public:
+    explicit ServerProcess(const std::filesystem::path& data) {
+        std::array<int, 2> pipe{};
+        EXPECT_EQ(::pipe(pipe.data()), 0);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addclose(&actions, pipe[0]);
+        std::vector<std::string> words = {VORLINDEN_PROGRAM, "server", "--data", data.string(),
+                                          "--auto-approve"};
+        std::vector<char*> arguments;
+        for (auto& word : words)
+            arguments.push_back(word.data());
+        arguments.push_back(nullptr);
+        EXPECT_EQ(::posix_spawn(&pid_, VORLINDEN_PROGRAM, &actions, nullptr, arguments.data(), environ), 0);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(pipe[1]);
+        auto* output = ::fdopen(pipe[0], "r");
+        std::array<char, 200> line{};
+        EXPECT_NE(std::fgets(line.data(), line.size(), output), nullptr);
+        std::fclose(output);
+        const std::string text(line.data());
+        const std::string prefix = "listening on ";
+        EXPECT_TRUE(text.starts_with(prefix)) << text;
+        url = text.substr(prefix.size(), text.size() - prefix.size() - 1);
+    }
+    ~ServerProcess() { end(SIGKILL); }
+
+    int end(int signal) {
+        int status = 0;
+        if (pid_ > 0) {
+            ::kill(pid_, signal);
+            ::waitpid(pid_, &status, 0);
+        }
+        pid_ = 0;
+        return status;
+    }
+
+    std::string url;
+
+ private:
+    pid_t pid_ = 0;
+};
+
+TEST(ServerProcess, KilledUnderLoadItKeepsWhatItAnsweredFor) {
+    TemporaryFolder folder;
+    const auto data = folder / "data";
+    std::map<std::string, std::string> answered;  // path to content
+    std::optional<Member> member;
+    const std::string large(300'000, '\xFF');
+    for (int round = 0; round < 5; ++round) {
+        ServerProcess process(data);
+        if (round == 0) {
+            server::askServer(data, "grant", {{"slug", "docs"}});
+            member.emplace(process.url);
+        } else {
+            member->http = PlainClient(process.url);
+        }
+        for (const auto& [path, content] : answered)
+            EXPECT_TRUE(member->content(path) == content) << path;
+        std::jthread killer;
+        try {
+            for (int count = 0; count < 1000; ++count) {
+                const auto path = std::to_string(round) + "/" + std::to_string(count);
+                if (count == 20 * (round + 1)) killer = std::jthread([&] { process.end(SIGKILL); });
+                if (count % 2 == 0) {
+                    if (member->putText(path, path).status == 200) answered[path] = path;
+                } else {
+                    const auto receipt = SyncJSON::decode<BlobReceipt>(member->uploadBlob(large + path).body);
+                    if (member->putBlob(path, receipt.hash, receipt.size).status == 200)
+                        answered[path] = large + path;
+                }
+            }
+            ADD_FAILURE() << "the server was never killed";
+        } catch (const boost::system::system_error&) {
+        }
+    }
+    EXPECT_GE(answered.size(), 100u);
+}
+
+TEST(ServerProcess, EndsCleanlyWhenAsked) {
+    TemporaryFolder folder;
+    ServerProcess process(folder / "data");
+    PlainClient idle(process.url);
+    EXPECT_EQ(idle.send("GET", "/api/sync/brains").status, 401);
+    const int status = process.end(SIGTERM);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_FALSE(std::filesystem::exists(folder / "data" / "admin"));
+}
+
+}  // namespace
+}  // namespace vorlinden::tests
