@@ -272,9 +272,9 @@ void ContentCache::dropItem(const ItemIdentifier& identifier) {
     sizes_.forget(item);
 }
 
-void ContentCache::dropOldestHalf() {
+void ContentCache::dropOldest(std::uint64_t bytes) {
     std::lock_guard hold(mutex_);
-    evict(totalBytes_ / 2);
+    if (bytes <= totalBytes_) evict(totalBytes_ - bytes);
 }
 
 }  // namespace vorlinden::mount

@@ -38,8 +38,8 @@ class ContentCache : public std::enable_shared_from_this<ContentCache> {
     // Drops what is here of the item at other versions; whether there was any. Those who hold it keep it.
     bool dropOtherVersions(const Item& item);
     void dropItem(const ItemIdentifier& identifier);
-    // Gives half of the room back, for a disk that is full.
-    void dropOldestHalf();
+    // Gives so many bytes back to a disk that is full; nothing, if that many aren't here.
+    void dropOldest(std::uint64_t bytes);
 
  private:
     class OpenFile;

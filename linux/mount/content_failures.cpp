@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include <sys/statvfs.h>
 
@@ -41,12 +41,14 @@ const char* sentence(Kind kind) {
 bool isFull(const std::filesystem::path& folder, const Item& item) {
     struct statvfs status {};
     if (::statvfs(folder.c_str(), &status) != 0) return false;
-    const auto needed =
-        static_cast<std::uint64_t>(std::max<std::int64_t>(item.documentSize.value_or(largestText), 1));
-    return std::uint64_t{status.f_bavail} * status.f_frsize < needed;
+    return std::uint64_t{status.f_bavail} * status.f_frsize < roomFor(item);
 }
 
 }  // namespace
+
+std::uint64_t roomFor(const Item& item) {
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(item.documentSize.value_or(largestText), 1));
+}
 
 ContentFailure contentFailure(Kind kind) {
     return {kind, sentence(kind)};
@@ -55,7 +57,7 @@ ContentFailure contentFailure(Kind kind) {
 ContentFailure contentFailure(const platform::FileError& failure) {
     if (failure.code == ENOSPC || failure.code == EDQUOT) return contentFailure(Kind::noSpace);
     return {Kind::localDisk,
-            std::string("The cache folder can't be used (") + std::strerror(failure.code) + ")."};
+            std::string("The cache folder can't be used (") + std::generic_category().message(failure.code) + ")."};
 }
 
 ContentFailure contentFailure(const protocol::Error& error, const Item& item,

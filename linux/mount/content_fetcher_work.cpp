@@ -73,7 +73,7 @@ ContentResult ContentFetcher::takeOver(const std::filesystem::path& file, const 
 
 void ContentFetcher::fetched(const FetchPtr& fetch, ContentResult result) {
     if (const auto* failure = std::get_if<ContentFailure>(&result)) {
-        if (failure->kind == Kind::noSpace) cache_->dropOldestHalf();
+        if (failure->kind == Kind::noSpace) cache_->dropOldest(roomFor(fetch->item));
     }
     Actions actions;
     {
