@@ -26,6 +26,7 @@
 #include "synckit/catalogue/item_identifier.h"
 #include "synckit/catalogue/records.h"
 #include "synckit/catalogue/sqlite_database.h"
+#include "synckit/catalogue/taken_paths.h"
 
 namespace vorlinden::platform {
 struct System;
@@ -136,13 +137,34 @@ class MetadataStore {
     template <class Body>
     auto inTransaction(Body&& body) -> std::invoke_result_t<Body> {
         std::lock_guard hold(lock_);
+        const TransactionCaches caches(*this);
         return database_.transaction(true, std::forward<Body>(body));
     }
 
+    // The paths that a new file of the brain may not take, as the running transaction sees them. Only inside
+    // inTransaction(), at whose end the reference dies.
+    const TakenPaths& takenPaths(const UUID& brainId);
+
  private:
+    // Drops what was remembered for a transaction when the outermost level of it has ended.
+    class TransactionCaches {
+     public:
+        explicit TransactionCaches(MetadataStore& store) : store_(store) {}
+        ~TransactionCaches() {
+            if (store_.database_.transactionDepth() == 0) store_.takenPaths_.clear();
+        }
+        TransactionCaches(const TransactionCaches&) = delete;
+        TransactionCaches& operator=(const TransactionCaches&) = delete;
+
+     private:
+        MetadataStore& store_;
+    };
+
     // Taken after the execution lock and before SQLite's own; guards every use of database_.
     std::recursive_mutex lock_;
     SQLiteDatabase database_;
+    std::unordered_map<UUID, TakenPaths>
+        takenPaths_;  // of the running transaction, kept current by its writes
 };
 
 }  // namespace vorlinden

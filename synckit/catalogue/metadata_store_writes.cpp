@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "synckit/catalogue/metadata_store.h"
 #include "synckit/catalogue/record_rows.h"
 
@@ -49,6 +51,8 @@ void MetadataStore::upsert(const NodeRecord& node) {
          node.blobHash, node.blobSize, platform::formatTimestamp(node.updatedAt), node.contentVersion,
          node.localOnly, node.uploadError})
         .run();
+    if (const auto taken = takenPaths_.find(node.brainId); taken != takenPaths_.end())
+        taken->second.nodeWritten(node.nodeId, node.path);
 }
 
 bool MetadataStore::deleteNode(const UUID& brainId, std::string_view nodeId) {
@@ -56,7 +60,10 @@ bool MetadataStore::deleteNode(const UUID& brainId, std::string_view nodeId) {
     SQLiteStatement(database_, "DELETE FROM nodes WHERE brain_id = ? AND node_id = ?",
                     {brainId.upperText(), nodeId})
         .run();
-    return database_.changes() >= 1;
+    const bool deleted = database_.changes() >= 1;
+    if (const auto taken = takenPaths_.find(brainId); deleted && taken != takenPaths_.end())
+        taken->second.nodeDeleted(std::string(nodeId));
+    return deleted;
 }
 
 void MetadataStore::updatePath(const UUID& brainId, std::string_view nodeId, std::string_view newPath) {
@@ -64,6 +71,9 @@ void MetadataStore::updatePath(const UUID& brainId, std::string_view nodeId, std
     SQLiteStatement(database_, "UPDATE nodes SET path = ? WHERE brain_id = ? AND node_id = ?",
                     {newPath, brainId.upperText(), nodeId})
         .run();
+    const auto taken = takenPaths_.find(brainId);
+    if (taken != takenPaths_.end() && database_.changes() >= 1)
+        taken->second.nodeWritten(std::string(nodeId), newPath);
 }
 
 bool MetadataStore::touchContent(const UUID& brainId, std::string_view nodeId) {
@@ -86,12 +96,17 @@ std::int64_t MetadataStore::enqueue(const PendingChange& change) {
                     {change.brainId.upperText(), change.nodeId, rawValue(change.changeKind), change.path,
                      change.fromPath, change.baseCursor, platform::formatTimestamp(change.createdAt)})
         .run();
-    return database_.lastInsertRowID();
+    const auto id = database_.lastInsertRowID();
+    if (const auto taken = takenPaths_.find(change.brainId); taken != takenPaths_.end())
+        taken->second.changeWritten(id, change.path, change.fromPath);
+    return id;
 }
 
 void MetadataStore::removePending(std::int64_t id) {
     std::lock_guard hold(lock_);
     SQLiteStatement(database_, "DELETE FROM pending_changes WHERE id = ?", {id}).run();
+    for (auto& [brainId, taken] : takenPaths_)
+        taken.changeRemoved(id);
 }
 
 void MetadataStore::rebasePending(std::int64_t id, const std::optional<std::string>& baseCursor) {
@@ -103,6 +118,17 @@ void MetadataStore::rebasePending(std::int64_t id, const std::optional<std::stri
 void MetadataStore::redirectPendingMove(std::int64_t id, std::string_view path) {
     std::lock_guard hold(lock_);
     SQLiteStatement(database_, "UPDATE pending_changes SET path = ? WHERE id = ?", {path, id}).run();
+    for (auto& [brainId, taken] : takenPaths_)
+        taken.changeRedirected(id, path);
+}
+
+const TakenPaths& MetadataStore::takenPaths(const UUID& brainId) {
+    std::lock_guard hold(lock_);
+    if (database_.transactionDepth() == 0) throw std::logic_error("takenPaths() outside a transaction");
+    auto taken = takenPaths_.find(brainId);
+    if (taken == takenPaths_.end())
+        taken = takenPaths_.emplace(brainId, TakenPaths(allNodes(brainId), pendingChanges(brainId))).first;
+    return taken->second;
 }
 
 void MetadataStore::recordOwnWrite(const UUID& brainId, std::string_view path) {

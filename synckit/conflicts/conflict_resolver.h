@@ -15,6 +15,8 @@
 #include "synckit/apply/reconciler.h"
 #include "synckit/apply/reset_planner.h"
 #include "synckit/catalogue/metadata_store.h"
+#include "synckit/conflicts/canonical_path_set.h"
+#include "synckit/conflicts/conflict_event.h"
 #include "synckit/conflicts/conflict_spool.h"
 
 namespace vorlinden {
@@ -101,6 +103,20 @@ class ConflictResolver : public std::enable_shared_from_this<ConflictResolver> {
                            std::int64_t journalId);
 
  private:
+    class Reset;
+
+    // Inside the caller's transaction. Paths that `reserved` holds are not given to the copy, besides those
+    // that the catalogue shows as taken.
+    ConflictCopy makeConflictCopy(const UUID& brainId, const std::string& path, const Data& data,
+                                  ConflictCopyReason reason, const CanonicalPathSet& reserved = {});
+    std::string safeDeviceName() const;
+    BounceResult keepAsCopy(const UUID& brainId, const std::string& path,
+                            std::optional<std::int64_t> journalId, const Data& data,
+                            ConflictCopyReason reason);
+    void announceAgain(const UUID& brainId, const std::string& path);
+    void putBack(const UUID& brainId, const std::string& fromPath, const std::string& toPath);
+    void tell(ConflictEvent event);
+
     const std::shared_ptr<platform::Random> random_;
     const std::shared_ptr<MetadataStore> store_;
     const std::string deviceName_;

@@ -13,13 +13,25 @@ using tests::pendingChange;
 
 const UUID brain = tests::numberedUUID(1);
 
-Op createAt(std::string path) { return {Op::Create{std::move(path), "", {}, false, {}}}; }
-Op updateAt(std::string path) { return {Op::Update{std::move(path), {}, {}, false, {}}}; }
-Op mkdirAt(std::string path) { return {Op::Mkdir{std::move(path), ""}}; }
-Op moveOf(std::string from, std::string to) { return {Op::Move{std::move(from), std::move(to)}}; }
-Op deleteOf(std::string path) { return {Op::Delete{std::move(path)}}; }
+Op createAt(std::string path) {
+    return {Op::Create{std::move(path), "", {}, false, {}}};
+}
+Op updateAt(std::string path) {
+    return {Op::Update{std::move(path), {}, {}, false, {}}};
+}
+Op mkdirAt(std::string path) {
+    return {Op::Mkdir{std::move(path), ""}};
+}
+Op moveOf(std::string from, std::string to) {
+    return {Op::Move{std::move(from), std::move(to)}};
+}
+Op deleteOf(std::string path) {
+    return {Op::Delete{std::move(path)}};
+}
 
-PendingChange edit(std::string path) { return pendingChange(brain, PendingChangeKind::update, std::move(path)); }
+PendingChange edit(std::string path) {
+    return pendingChange(brain, PendingChangeKind::update, std::move(path));
+}
 
 PendingChange moveFrom(std::string from, std::string to) {
     auto change = pendingChange(brain, PendingChangeKind::move, std::move(to));

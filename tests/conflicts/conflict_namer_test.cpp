@@ -19,7 +19,8 @@ TEST(ConflictNamer, PutsTheMarkBeforeTheExtension) {
     for (const std::string name : {"README", "Notes/.profile", "Notes/memo.", "v1.2/README", "", "folder/"})
         EXPECT_EQ(copyOf(name), name + mark) << "no extension";
     EXPECT_EQ(copyOf(".a.b"), ".a" + mark + ".b");
-    EXPECT_EQ(copyOf(std::string(300, 'n') + ".md"), std::string(300, 'n') + mark + ".md") << "never shortened";
+    EXPECT_EQ(copyOf(std::string(300, 'n') + ".md"), std::string(300, 'n') + mark + ".md")
+        << "never shortened";
 }
 
 TEST(ConflictNamer, CountsUpToAFreeName) {

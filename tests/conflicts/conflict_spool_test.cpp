@@ -13,7 +13,9 @@ namespace {
 
 using tests::FileOperation;
 
-Data bytes(std::string text) { return Data(std::move(text)); }
+Data bytes(std::string text) {
+    return Data(std::move(text));
+}
 
 class ConflictSpoolTest : public testing::Test {
  protected:
@@ -81,10 +83,10 @@ TEST_F(ConflictSpoolTest, PruneTakesWhatNothingReachesAndNothingElse) {
     const auto node = ConflictSpool::nodeKey("local:\u00e9:/");
     auto upper = node;
     std::ranges::transform(upper.begin() + 5, upper.end(), upper.begin() + 5, ::toupper);
-    std::vector<std::string> kept{"edit-1", "copy-1", "edit-+1", "edit-01", node,       upper,
+    std::vector<std::string> kept{"edit-1", "copy-1", "edit-+1", "edit-01", node,      upper,
                                   "edit-",  "edit-x", "copy-1x", "node-6",  "node-6g", "notes.txt"};
-    const std::vector<std::string> gone{"edit-2", "copy--1", "edit-9223372036854775807", "node-", "node-41",
-                                        ConflictSpool::nodeKey("dir:gone")};
+    const std::vector<std::string> gone{"edit-2", "copy--1", "edit-9223372036854775807",
+                                        "node-",  "node-41", ConflictSpool::nodeKey("dir:gone")};
     kept.push_back("edit-9223372036854775808");  // no 64-bit integer, so no journal entry
     for (const auto& name : kept)
         spool.write(bytes("x"), name);
