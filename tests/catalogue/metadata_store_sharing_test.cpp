@@ -30,7 +30,7 @@ void count(MetadataStore& store, const std::string& name) {
 }
 
 TEST(StoreSharing, ManyThreadsMakeWholeUnits) {
-    constexpr int writers = 6, readers = 2, units = 100;
+    constexpr int writers = 4, readers = 2, units = 30;
     Catalogue store;
     std::vector<std::thread> threads;
     for (int writer = 0; writer < writers; ++writer) {
@@ -75,7 +75,7 @@ bool succeeded(pid_t child) {
 // Each opens the file itself, at the same time and as the first ones: SQLite connections don't survive a
 // fork.
 TEST(StoreSharing, TwoProcessesMakeWholeUnitsInOneFile) {
-    constexpr int units = 150;
+    constexpr int units = 40;
     for (int round = 0; round < 3; ++round) {
         TemporaryFolder folder;
         const auto file = folder / "sync.sqlite";

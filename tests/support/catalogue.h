@@ -84,4 +84,17 @@ class Catalogue {
     std::shared_ptr<MetadataStore> store_ = MetadataStore::open(file());
 };
 
+// Runs `body` in a transaction and undoes it: a case of a property leaves nothing and waits for no disk.
+template <class Body>
+void undone(MetadataStore& store, Body&& body) {
+    struct Undo {};
+    try {
+        store.inTransaction([&] {
+            body();
+            throw Undo();
+        });
+    } catch (const Undo&) {
+    }
+}
+
 }  // namespace vorlinden::tests
