@@ -1,9 +1,11 @@
-// The two reads that a user waits for, beside a bare loop over SQLite that runs the same statements, prepares
-// each per call and reads the columns out: a folder of 10,000 children, and 100,000 rows of the change log.
+// What a user waits for, beside a bare loop over SQLite that runs the same statements, prepares each per call
+// and reads the columns out: a folder of 10,000 children, 100,000 rows of the change log, and 100,000 nodes
+// written and logged in one transaction.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <sqlite3.h>
 
@@ -39,6 +41,30 @@ NodeRecord node(std::string path, std::string nodeId) {
     return record;
 }
 
+// In a transaction that is undone, so that every round starts from the same file.
+void writeNodes(MetadataStore& store, const std::vector<NodeRecord>& nodes) {
+    struct Undo {};
+    try {
+        store.inTransaction([&] {
+            for (const NodeRecord& record : nodes) {
+                store.upsert(record);
+                store.appendChange(record.identifier(), false);
+            }
+            throw Undo();
+        });
+    } catch (const Undo&) {
+    }
+}
+
+std::vector<NodeRecord> newNodes() {
+    std::vector<NodeRecord> nodes;
+    for (int number = 0; number < changeCount; ++number) {
+        const std::string text = std::to_string(1'000'000 + number);
+        nodes.push_back(node("new notes/document " + text + ".md", "fedcba9876543210fedcba9876" + text));
+    }
+    return nodes;
+}
+
 void fill(MetadataStore& store) {
     store.inTransaction([&] {
         NodeRecord folder = node("notes/folder", NodeRecord::derivedDirectoryId("notes/folder"));
@@ -68,10 +94,15 @@ void bind(sqlite3_stmt* statement, int position, const char* text) {
     sqlite3_bind_text(statement, position, text, -1, SQLITE_TRANSIENT);
 }
 
-void run(sqlite3* connection, const char* sql) {
-    sqlite3_stmt* statement = prepare(connection, sql);
-    sqlite3_step(statement);
+// Steps once and finalizes; rows are of no interest.
+void finish(sqlite3* connection, sqlite3_stmt* statement) {
+    const int code = sqlite3_step(statement);
+    if (code != SQLITE_DONE && code != SQLITE_ROW) die(sqlite3_errmsg(connection));
     sqlite3_finalize(statement);
+}
+
+void run(sqlite3* connection, const char* sql) {
+    finish(connection, prepare(connection, sql));
 }
 
 std::size_t readNode(sqlite3_stmt* statement) {
@@ -138,6 +169,54 @@ int bareChanges(sqlite3* connection, const std::string& brainId, std::size_t& su
     return rows;
 }
 
+void bareUpsert(sqlite3* connection, const char* brainId, const NodeRecord& record) {
+    sqlite3_stmt* upsert = prepare(connection, "INSERT INTO nodes (" NODE_COLUMNS
+                                               ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)\n"
+                                               "ON CONFLICT(brain_id, node_id) DO UPDATE SET\n"
+                                               "  path = excluded.path,\n"
+                                               "  title = excluded.title,\n"
+                                               "  is_directory = excluded.is_directory,\n"
+                                               "  kind = excluded.kind,\n"
+                                               "  blob_hash = excluded.blob_hash,\n"
+                                               "  blob_size = excluded.blob_size,\n"
+                                               "  updated_at = excluded.updated_at,\n"
+                                               "  content_version = excluded.content_version,\n"
+                                               "  local_only = excluded.local_only,\n"
+                                               "  upload_error = excluded.upload_error");
+    bind(upsert, 1, brainId);
+    bind(upsert, 2, record.nodeId.c_str());
+    bind(upsert, 3, record.path.c_str());
+    bind(upsert, 4, record.title.c_str());
+    sqlite3_bind_int64(upsert, 5, 0);
+    bind(upsert, 6, "text");
+    sqlite3_bind_null(upsert, 7);
+    sqlite3_bind_null(upsert, 8);
+    bind(upsert, 9, "2023-11-14T22:13:20.123Z");
+    sqlite3_bind_int64(upsert, 10, 1);
+    sqlite3_bind_int64(upsert, 11, 0);
+    sqlite3_bind_null(upsert, 12);
+    finish(connection, upsert);
+}
+
+void bareLog(sqlite3* connection, const char* brainId, const char* identifier) {
+    sqlite3_stmt* log =
+        prepare(connection, "INSERT INTO changes_log (brain_id, item_identifier, deleted) VALUES (?, ?, ?)");
+    bind(log, 1, brainId);
+    bind(log, 2, identifier);
+    sqlite3_bind_int64(log, 3, 0);
+    finish(connection, log);
+}
+
+void bareWrites(sqlite3* connection, const std::string& brainId, const std::vector<NodeRecord>& nodes) {
+    run(connection, "BEGIN IMMEDIATE");
+    for (const NodeRecord& record : nodes) {
+        bareUpsert(connection, brainId.c_str(), record);
+        const std::string identifier = "node:" + brainId + ":" + record.nodeId;
+        bareLog(connection, brainId.c_str(), identifier.c_str());
+    }
+    run(connection, "ROLLBACK");
+}
+
 void expect(bool holds) {
     if (!holds) die("a read gave another number of rows than was written");
 }
@@ -163,6 +242,10 @@ int measure(const std::filesystem::path& folder) {
         "changes(since:), 100,000 rows", rounds,
         [&] { expect(store.changes(0).changed.size() == changeCount); },
         [&] { expect(bareChanges(connection, brainId, sum) == changeCount); });
+    const auto nodes = newNodes();
+    compare(
+        "100,000 nodes, upsert(_:) and appendChange", rounds, [&] { writeNodes(store, nodes); },
+        [&] { bareWrites(connection, brainId, nodes); });
     sqlite3_close(connection);
     return sum == 0;
 }
