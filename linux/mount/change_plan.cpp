@@ -16,11 +16,13 @@ class Inquiry {
     // Listings first: they answer for many items at once.
     Questions questions() {
         askForListingsOfSuccessors();
+        askForListingsOfChangedFolders();
         askForTopsOfGoneFolders();
         askForTopsWithOrphans();
         askForListingsWithCollisions();
         if (containers_.empty()) {
             askForContradictions();
+            askForUnknownContainers();
             askForChildrenOfGoneFolders();
             askForChildrenMissingInListings();
         }
@@ -42,6 +44,15 @@ class Inquiry {
     void askForListingsOfSuccessors() {
         for (const auto& [node, item] : plan_.succession.successors)
             if (node->folder && node->folder->listed) askForListing(item->itemIdentifier);
+    }
+
+    // It may have been away in between, and what it then lost or gained isn't in the change set either.
+    void askForListingsOfChangedFolders() {
+        for (const auto identifier : plan_.fates.mentioned()) {
+            const Node* node = plan_.fates.of(identifier)->inChangeSet ? tree_.findItem(identifier) : nullptr;
+            if (node && node->isFolder() && node->folder->listed && !plan_.fates.isGone(identifier))
+                askForListing(node->identifier);
+        }
     }
 
     template <class Visit>
@@ -104,6 +115,14 @@ class Inquiry {
     void askForContradictions() {
         for (const auto identifier : plan_.fates.mentioned())
             if (plan_.fates.of(identifier)->contradictory) askForItem(ItemIdentifier(identifier));
+    }
+
+    void askForUnknownContainers() {
+        for (const auto identifier : plan_.fates.mentioned()) {
+            const auto unknown = plan_.fates.of(identifier)->unknown;
+            const Node* node = unknown.empty() ? nullptr : tree_.findItem(identifier);
+            if (node && node->place == Node::Place::shown) askForItem(ItemIdentifier(unknown));
+        }
     }
 
     void askForChildrenOfGoneFolders() {

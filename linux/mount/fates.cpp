@@ -17,7 +17,7 @@ Fates::Fates(const ItemTree& tree, const ChangeBatch& batch) {
     for (const auto& answer : batch.answers)
         std::visit([this](const auto& known) { read(known); }, answer);
     for (auto& [identifier, fate] : fates_)
-        if (fate.item) fate.container = containerOf(tree, *fate.item);
+        if (fate.item) findContainer(tree, fate);
 }
 
 bool Fates::isFile(const ItemTree& tree, std::string_view identifier) const {
@@ -37,16 +37,24 @@ std::string_view Fates::parentOf(const ItemTree& tree, std::string_view identifi
 
 // An item whose folder became a file is as good as an orphan, and is shown where orphans are: right under the
 // brain.
-std::string_view Fates::containerOf(const ItemTree& tree, const Item& item) const {
-    std::string_view top = item.parentItemIdentifier;
-    if (!isFile(tree, top)) return top;
-    std::unordered_set<std::string_view> passed;
-    while (!top.empty() && passed.insert(top).second) {
-        const auto parent = parentOf(tree, top);
-        if (parent == platform::fileprovider::rootContainerItemIdentifier) return top;
-        top = parent;
+void Fates::findContainer(const ItemTree& tree, Fate& fate) const {
+    const std::string_view parent = fate.item->parentItemIdentifier;
+    fate.container = parent;
+    std::string_view top = parent;
+    for (std::unordered_set<std::string_view> passed; passed.insert(top).second;) {
+        if (!of(top) && !tree.findItem(top)) {
+            fate.unknown = top;
+            return;
+        }
+        if (top == parent && !isFile(tree, top)) return;
+        const auto above = parentOf(tree, top);
+        if (above.empty()) return;
+        if (above == platform::fileprovider::rootContainerItemIdentifier) {
+            fate.container = top;
+            return;
+        }
+        top = above;
     }
-    return item.parentItemIdentifier;
 }
 
 void Fates::read(const ChangeBatch::Listing& listing) {

@@ -14,6 +14,7 @@ namespace vorlinden::mount {
 struct Fate {
     const Item* item = nullptr;  // as it stands after the batch; null: gone
     std::string_view container;  // where it is to be shown then
+    std::string_view unknown;    // an item on the way up, of which it isn't known whether it's a folder; or empty
     bool listed = false;         // its folder's own listing has it
     bool settled = false;        // said by an answer, not by the change set alone
     bool inChangeSet = false;    // so it changed, whatever can be seen of it
@@ -40,7 +41,7 @@ class Fates {
     void read(const ChangeBatch::Lookup& lookup);
     bool isFile(const ItemTree& tree, std::string_view identifier) const;
     std::string_view parentOf(const ItemTree& tree, std::string_view identifier) const;
-    std::string_view containerOf(const ItemTree& tree, const Item& item) const;
+    void findContainer(const ItemTree& tree, Fate& fate) const;
 
     std::unordered_map<std::string_view, Fate> fates_;
     std::unordered_set<std::string_view> listings_;

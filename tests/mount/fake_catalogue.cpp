@@ -109,7 +109,7 @@ void FakeCatalogue::erase(const std::string& path) {
 
 void FakeCatalogue::move(const std::string& from, const std::string& to) {
     if (!has(from) || from == to || to.starts_with(from + "/") || from.starts_with(to + "/")) return;
-    if (has(to)) remove(to);
+    remove(to);
     ensureParents(to);
     for (const auto& path : subtree(from)) {
         Row row = rows_.at(path);
