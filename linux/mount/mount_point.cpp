@@ -8,7 +8,7 @@
 #include <mntent.h>
 #include <spawn.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,10 +31,11 @@ bool isMounted(const Path& folder) {
     return false;
 }
 
-// A FUSE mount whose daemon has died answers every call with ENOTCONN.
+// A FUSE mount whose daemon has died answers ENOTCONN to whatever the kernel hasn't remembered; statfs(2) it
+// never does.
 bool isDeadMount(const Path& folder) {
-    struct stat status {};
-    return stat(folder.c_str(), &status) != 0 && errno == ENOTCONN;
+    struct statvfs status {};
+    return statvfs(folder.c_str(), &status) != 0 && errno == ENOTCONN;
 }
 
 // Without root's rights, only the set-user-id helper of FUSE may unmount.

@@ -61,9 +61,8 @@ stop() {
     local pid=${pid_of[$1]-}
     [[ -n $pid ]] || return 0
     unset "pid_of[$1]"
-    kill "-${2:-TERM}" "$pid" 2>/dev/null
-    wait "$pid" 2>/dev/null
-    return 0
+    kill "-${2:-TERM}" "$pid" 2>/dev/null || true
+    wait "$pid" 2>/dev/null || true
 }
 
 # start_server OPTIONS...: on the port of the last time, if there was one. Sets url.

@@ -10,10 +10,10 @@ export VORLINDEN_PROGRAM=$vorlinden VORLINDEN_RUN_STATE=$work/run
 root=$(cd "$(dirname "$0")/../.." && pwd)
 tree=$work/run/tree
 
-# In a process group of its own, as a terminal would start it.
+# In a process group of its own and with SIGINT not ignored, as a terminal would start it.
 start_run() {
     : >"$work/run.log"
-    setsid "$root/run" "$files" >"$work/run.log" 2>&1 </dev/null &
+    setsid env --default-signal=INT "$root/run" "$files" >"$work/run.log" 2>&1 </dev/null &
     run=$!
     eventually grep -q "Ctrl-C ends it all" "$work/run.log"
 }
