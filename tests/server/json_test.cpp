@@ -127,10 +127,11 @@ TEST(JSON, AFailureSaysWhereItArose) {
 }
 
 TEST(JSON, WritesCompactText) {
+    const std::optional<std::string> absent;
     const auto object = JSONObjectBuilder()
                             .add("z", "a\"/\n\x01é")
                             .add("a", std::int64_t{-5})
-                            .add("left out", std::optional<std::string>())
+                            .add("left out", absent)
                             .add("m", true)
                             .add("list", std::vector<std::string>{"x", ""});
     EXPECT_EQ(object.text().text, R"({"z":"a\"/\n\u0001é","a":-5,"m":true,"list":["x",""]})");
