@@ -56,8 +56,8 @@ ContentFailure contentFailure(Kind kind) {
 
 ContentFailure contentFailure(const platform::FileError& failure) {
     if (failure.code == ENOSPC || failure.code == EDQUOT) return contentFailure(Kind::noSpace);
-    return {Kind::localDisk,
-            std::string("The cache folder can't be used (") + std::generic_category().message(failure.code) + ")."};
+    return {Kind::localDisk, std::string("The cache folder can't be used (") +
+                                 std::generic_category().message(failure.code) + ")."};
 }
 
 ContentFailure contentFailure(const protocol::Error& error, const Item& item,

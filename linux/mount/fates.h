@@ -14,9 +14,10 @@ namespace vorlinden::mount {
 struct Fate {
     const Item* item = nullptr;  // as it stands after the batch; null: gone
     std::string_view container;  // where it is to be shown then
-    std::string_view unknown;    // an item on the way up, of which it isn't known whether it's a folder; or empty
-    bool listed = false;         // its folder's own listing has it
-    bool settled = false;        // said by an answer, not by the change set alone
+    std::string_view
+        unknown;           // an item on the way up, of which it isn't known whether it's a folder; or empty
+    bool listed = false;   // its folder's own listing has it
+    bool settled = false;  // said by an answer, not by the change set alone
     bool inChangeSet = false;    // so it changed, whatever can be seen of it
     bool contradictory = false;  // the change set says both
 };

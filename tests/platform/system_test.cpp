@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/fileprovider/manager.h"
-#include "platform/fileprovider/manager.h"
 #include "platform/uuid.h"
 #include "tests/support/temporary_folder.h"
 
