@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/system.h"
+#include "synckit/container/execution_line.h"
 #include "synckit/types.h"
 
 namespace vorlinden {
@@ -26,11 +27,11 @@ struct SyncExecutionOwner {
     // Waits for the lock, without a time-out, runs `body` (which gives a Task<T>) and hands its result or
     // failure on unchanged, with the lock given back before. Without running `body` it throws CancelledError
     // when the task is cancelled before the lock is held, and FileError if the file can't be opened or
-    // locked; its folder must exist. Not reentrant: `body` would wait for itself. Waiters are served in no
-    // particular order.
+    // locked; its folder must exist. Not reentrant: `body` would wait for itself. Operations of this process
+    // are served first come, first served; between processes there is no order.
     template <class Body>
     std::invoke_result_t<Body&> withOwnership(const platform::System& system, Body body) const {
-        return runOwned(system.files, system.timers, url, std::move(body));
+        return runOwned(system, url, std::move(body));
     }
 
     bool operator==(const SyncExecutionOwner&) const = default;
@@ -39,7 +40,8 @@ struct SyncExecutionOwner {
     // The lock while it is held. Move-only; gives it back when it goes.
     class Ownership {
      public:
-        explicit Ownership(std::unique_ptr<platform::LockFile> locked) : file_(std::move(locked)) {}
+        Ownership(ExecutionLine::Turn turn, std::unique_ptr<platform::LockFile> locked)
+            : turn_(std::move(turn)), file_(std::move(locked)) {}
         Ownership(Ownership&&) = default;
         Ownership& operator=(Ownership&&) = delete;
         ~Ownership() {
@@ -47,17 +49,16 @@ struct SyncExecutionOwner {
         }
 
      private:
+        ExecutionLine::Turn turn_;  // ends after the lock was given back and the file closed
         std::unique_ptr<platform::LockFile> file_;
     };
 
-    static Task<Ownership> acquire(std::shared_ptr<platform::FileSystem> files,
-                                   std::shared_ptr<platform::Timers> timers, std::filesystem::path url);
+    static Task<Ownership> acquire(platform::System system, std::filesystem::path url);
 
     template <class Body>
-    static std::invoke_result_t<Body&> runOwned(std::shared_ptr<platform::FileSystem> files,
-                                                std::shared_ptr<platform::Timers> timers,
-                                                std::filesystem::path url, Body body) {
-        const Ownership ownership = co_await acquire(std::move(files), std::move(timers), std::move(url));
+    static std::invoke_result_t<Body&> runOwned(platform::System system, std::filesystem::path url,
+                                                Body body) {
+        const Ownership ownership = co_await acquire(std::move(system), std::move(url));
         co_return co_await body();
     }
 };

@@ -88,26 +88,40 @@ class ExecutionLock : public ::testing::Test {
     }
 };
 
-TEST_F(ExecutionLock, WaiterGetsItWithinOneIntervalOfItsReleaseAndHoldsNoThreadMeanwhile) {
-    const auto holder = hold();
+TEST_F(ExecutionLock, WaitersPollForAnotherProcessInTurnAndFollowEachOtherAtOnce) {
+    const auto elsewhere = system.files->openLockFile(owner.url);  // as another process would hold it
+    ASSERT_EQ(elsewhere->tryLock(), 0);
     std::vector<StartedTask<int>> waiters;
     for (int i = 0; i < 100; ++i)
         waiters.push_back(take(i));
-    EXPECT_EQ(fake.timers->sleeping(), 100u);  // all of them in this one thread
+    EXPECT_EQ(fake.timers->sleeping(), 1u);  // the first in line asks for all; none of them holds a thread
     EXPECT_EQ(fake.timers->untilNext(), 20ms);
     fake.advance(20ms);
-    fake.advance(20ms);
-    EXPECT_EQ(bodies, 1);
-    EXPECT_EQ(fake.timers->sleeping(), 100u);
+    EXPECT_EQ(bodies, 0);
+    waiters[1].cancel();  // leaves the line without holding it up
+    fake.loop.runUntilIdle();
+    EXPECT_THROW(waiters[1].result(), CancelledError);
 
+    elsewhere->unlock();
+    fake.advance(20ms);
+    EXPECT_EQ(bodies, 99);
+    for (int i = 2; i < 100; ++i)
+        EXPECT_EQ(waiters[static_cast<std::size_t>(i)].result(), i);
+}
+
+TEST_F(ExecutionLock, LongRunOfOneProcessLeavesItFreeForAnotherNowAndThen) {
+    const auto holder = hold();
+    const auto first = take(1);
+    fake.clock->advance(1s);
     letEnd();
     EXPECT_TRUE(holder.done());
-    fake.advance(20ms);
-    EXPECT_GT(bodies, 1);
-    for (int i = 0; i < 100; ++i)
-        fake.advance(20ms);  // each interval admits at least one of those that are left
-    for (int i = 0; i < 100; ++i)
-        EXPECT_EQ(waiters[static_cast<std::size_t>(i)].result(), i);
+    EXPECT_FALSE(first.done());
+    EXPECT_GT(fake.timers->untilNext(), SyncExecutionOwner::pollInterval);
+    const auto elsewhere = system.files->openLockFile(owner.url);
+    EXPECT_EQ(elsewhere->tryLock(), 0);  // free meanwhile
+    elsewhere->unlock();
+    fake.advance(25ms);
+    EXPECT_EQ(first.result(), 1);
 }
 
 TEST_F(ExecutionLock, CancelledWaiterLeavesWithoutRunningAndWithoutDisturbingTheHolder) {
