@@ -9,7 +9,6 @@
 #include "fileprovider/error_mapping.h"
 #include "fileprovider/items.h"
 #include "fileprovider/reply.h"
-#include "fileprovider/turnstile.h"
 #include "platform/file_types.h"
 #include "synckit/conflicts/conflict_spool.h"
 #include "synckit/container/app_group.h"
@@ -41,8 +40,6 @@ NodeRecord requireFile(const ItemIdentifier& identifier, MetadataStore& store) {
 }
 
 Task<NodeContentSnapshot> readSnapshot(CorePtr core, UUID brainId, std::string nodeId) {
-    const Turnstile::Ticket ticket(core->snapshotReads());
-    co_await ticket.turn();
     const SyncExecutionOwner owner(AppGroup::syncExecutionLockURL(core->system()));
     auto read = [core, brainId, nodeId]() -> Task<std::optional<NodeContentSnapshot>> {
         const auto container = AppGroup::containerURL(core->system());

@@ -11,7 +11,6 @@
 #include <optional>
 #include <vector>
 
-#include "fileprovider/turnstile.h"
 #include "fileprovider/types.h"
 #include "platform/system.h"
 #include "platform/task.h"
@@ -49,8 +48,6 @@ class ExtensionCore : public std::enable_shared_from_this<ExtensionCore> {
     // Both are there when store() doesn't throw.
     const std::shared_ptr<TokenManager>& tokenManager() const { return tokenManager_; }
     const std::shared_ptr<SyncAPIClient>& api() const { return api_; }
-    // Where fetches queue up before they ask for the execution lock.
-    const std::shared_ptr<Turnstile>& snapshotReads() const { return snapshotReads_; }
 
     // Runs `operation` as a task that the returned progress (of 1 unit) and cancelAll() can cancel. It
     // reports to its own handler and throws nothing.
@@ -72,8 +69,6 @@ class ExtensionCore : public std::enable_shared_from_this<ExtensionCore> {
     std::optional<KeychainTokenStore> tokenStore_;
     std::shared_ptr<TokenManager> tokenManager_;
     std::shared_ptr<SyncAPIClient> api_;
-
-    const std::shared_ptr<Turnstile> snapshotReads_ = std::make_shared<Turnstile>();
 
     mutable std::mutex lock_;  // guards tasks_ and nothing else; held across no wait
     std::map<UUID, platform::TaskHandle> tasks_;

@@ -180,37 +180,6 @@ TEST_F(ContentFetch, ANodeThatGoesWhileTheLockIsWaitedForIsNoSuchItem) {
     expectFailure(*heard, noSuchItem);
 }
 
-TEST_F(ContentFetch, FetchesQueueForTheLockAndAnyOfThemMayLeave) {
-    std::vector<std::shared_ptr<Heard>> heard;
-    auto lock = takeLock();
-    for (const char* name : {"a", "b", "c", "d"}) {
-        add(fileNode(brain, name));
-        heard.push_back(fetch(SyncItemIdentifier::node(brain, std::string("id:") + name).rawValue()));
-    }
-    EXPECT_EQ(machine->timers->sleeping(), 1u);  // one polls for all
-    heard[0]->progress->cancel();
-    heard[2]->progress->cancel();
-    machine->loop.runUntilIdle();
-    EXPECT_EQ(heard[0]->error, cancelled);
-    EXPECT_EQ(heard[2]->error, cancelled);
-    EXPECT_EQ(heard[1]->calls + heard[3]->calls, 0);
-    EXPECT_EQ(machine->timers->sleeping(), 1u);
-    lock.reset();
-    answerText("one");
-    answerText("two");
-    machine->advance(std::chrono::milliseconds(20));
-    EXPECT_EQ(contentOf(*heard[1]->file), "one");
-    EXPECT_EQ(contentOf(*heard[3]->file), "two");
-
-    lock = takeLock();
-    const auto first = fetch(SyncItemIdentifier::node(brain, "id:a").rawValue());
-    const auto second = fetch(SyncItemIdentifier::node(brain, "id:b").rawValue());
-    dropExtension();
-    machine.reset();
-    EXPECT_EQ(first->error, cancelled);
-    EXPECT_EQ(second->error, cancelled);
-}
-
 // The three places at which a fetch waits; at each of them it can be given up in every way there is.
 class GivenUp : public ContentFetch, public testing::WithParamInterface<std::string> {
  protected:
