@@ -46,9 +46,9 @@ ContentFetcher::~ContentFetcher() {
     shutDown();
 }
 
-void ContentFetcher::perform(const Actions& actions) {
-    for (const auto& action : actions)
-        action();
+void ContentFetcher::endActing() {
+    std::lock_guard hold(mutex_);
+    if (--acting_ == 0) acted_.notify_all();
 }
 
 std::shared_ptr<const Content> ContentFetcher::openIfHere(const Item& item) {
@@ -67,13 +67,8 @@ std::shared_ptr<ContentStore::Wait> ContentFetcher::open(const Item& item, milli
     }
     const auto reader = std::make_shared<ContentReader>();
     reader->handler = std::move(handler);
-    Actions actions;
     FetchPtr fetch;
-    {
-        std::lock_guard hold(mutex_);
-        fetch = join(item, reader, deadline, actions);
-    }
-    perform(actions);
+    act([&](Actions& actions) { fetch = join(item, reader, deadline, actions); });
     return std::make_shared<ReaderWait>(weak_from_this(), std::move(fetch), reader);
 }
 
@@ -123,33 +118,23 @@ ContentFetcher::FetchPtr ContentFetcher::addFetch(const Item& item, const Conten
 }
 
 void ContentFetcher::expire(const FetchPtr& fetch, const ReaderPtr& reader) {
-    Actions actions;
-    {
-        std::lock_guard hold(mutex_);
+    act([&](Actions& actions) {
         if (!reader->handler) return;
-        takeAway(fetch, reader);
+        std::erase(fetch->readers, reader);
         // It goes on without readers, so that whoever asks again finds it further on, or done.
         fetch->ahead = true;
         answer(*reader, contentFailure(Kind::timedOut), actions);
-    }
-    perform(actions);
+    });
 }
 
 void ContentFetcher::leave(const FetchPtr& fetch, const ReaderPtr& reader) {
-    Actions actions;
-    {
-        std::lock_guard hold(mutex_);
+    act([&](Actions& actions) {
         if (!reader->handler) return;
-        takeAway(fetch, reader);
+        std::erase(fetch->readers, reader);
         answer(*reader, contentFailure(Kind::cancelled), actions);
         if (fetch->readers.empty() && !fetch->ahead) abandon(fetch, actions);
         beginWhatFits(actions);
-    }
-    perform(actions);
-}
-
-void ContentFetcher::takeAway(const FetchPtr& fetch, const ReaderPtr& reader) {
-    std::erase(fetch->readers, reader);
+    });
 }
 
 void ContentFetcher::answer(ContentReader& reader, ContentResult result, Actions& actions) {
@@ -167,14 +152,11 @@ void ContentFetcher::answerAll(ContentFetch& fetch, const ContentResult& result,
 }
 
 void ContentFetcher::fetchAhead(std::vector<Item> items) {
-    Actions actions;
-    {
-        std::lock_guard hold(mutex_);
+    act([&](Actions& actions) {
         for (const Item& item : items)
             queueAhead(item);
         beginWhatFits(actions);
-    }
-    perform(actions);
+    });
 }
 
 void ContentFetcher::queueAhead(const Item& item) {
@@ -213,17 +195,16 @@ Reachability ContentFetcher::reachability() {
 }
 
 void ContentFetcher::shutDown() {
-    Actions actions;
-    {
-        std::lock_guard hold(mutex_);
+    act([&](Actions& actions) {
         closed_ = true;
         for (const auto& [key, fetch] : std::exchange(fetches_, {})) {
             answerAll(*fetch, contentFailure(Kind::cancelled), actions);
             abandon(fetch, actions);
         }
         actions.push_back([prober = prober_] { prober.cancel(); });
-    }
-    perform(actions);
+    });
+    std::unique_lock hold(mutex_);
+    acted_.wait(hold, [this] { return acting_ == 0; });
 }
 
 }  // namespace vorlinden::mount

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -21,7 +22,8 @@ namespace vorlinden::mount {
 
 // Held by std::shared_ptr; its tasks and the extension's handlers hold it weakly, so it may go at any moment.
 // Decisions are made under mutex_; what they lead to (handlers, starts, cancels) is collected in Actions and
-// done after the lock is released. The cache's lock is inner to this one.
+// done after the lock is released. The cache's lock is inner to this one. shutDown() waits for the actions
+// under way, so that nobody hears anything after it; it must not be called by one of them.
 class ContentFetcher final : public ContentStore, public std::enable_shared_from_this<ContentFetcher> {
  public:
     ContentFetcher(platform::System system, ContentStoreOptions options,
@@ -53,7 +55,6 @@ class ContentFetcher final : public ContentStore, public std::enable_shared_from
     void queueAhead(const Item& item);
     void beginWhatFits(Actions& actions);
     void start(const FetchPtr& fetch, Actions& actions);
-    void takeAway(const FetchPtr& fetch, const ReaderPtr& reader);
     void abandon(const FetchPtr& fetch, Actions& actions);
     void forget(const FetchPtr& fetch);
     void answer(ContentReader& reader, ContentResult result, Actions& actions);
@@ -65,9 +66,11 @@ class ContentFetcher final : public ContentStore, public std::enable_shared_from
     void roadClosed(Actions& actions);
 
     // Without the lock.
-    static void perform(const Actions& actions);
+    template <class Decide>
+    void act(Decide decide);
+    void endActing();
     void run(const FetchPtr& fetch);
-    bool isAbandoned(const ContentFetch& fetch);
+    void ask(const FetchPtr& fetch);
     void fetched(const FetchPtr& fetch, ContentResult result);
     ContentResult takeOver(const std::filesystem::path& file, const Item& item);
     void expire(const FetchPtr& fetch, const ReaderPtr& reader);
@@ -84,11 +87,29 @@ class ContentFetcher final : public ContentStore, public std::enable_shared_from
 
     std::mutex mutex_;  // guards the fields below
     bool closed_ = false;
+    unsigned acting_ = 0;  // threads that do what was decided
+    std::condition_variable acted_;
     std::map<ContentKey, FetchPtr> fetches_;  // queued or running, and wanted
     ContentFetchQueue queue_;
     ServerRoad road_;
     bool probing_ = false;
     platform::TaskHandle prober_;
 };
+
+// Lets `decide` fill in the actions under the lock, and does them without it. Whoever calls holds the
+// fetcher.
+template <class Decide>
+void ContentFetcher::act(Decide decide) {
+    Actions actions;
+    {
+        std::lock_guard hold(mutex_);
+        decide(actions);
+        ++acting_;
+    }
+    for (const auto& action : actions)
+        action();
+    actions.clear();
+    endActing();
+}
 
 }  // namespace vorlinden::mount

@@ -34,7 +34,15 @@ void ContentFetcher::start(const FetchPtr& fetch, Actions& actions) {
 }
 
 void ContentFetcher::run(const FetchPtr& fetch) {
-    if (isAbandoned(*fetch)) return fetched(fetch, contentFailure(Kind::cancelled));
+    bool wanted = false;
+    act([&](Actions& actions) {
+        wanted = !fetch->abandoned;
+        if (wanted) actions.push_back([this, &fetch] { ask(fetch); });
+    });
+    if (!wanted) fetched(fetch, contentFailure(Kind::cancelled));
+}
+
+void ContentFetcher::ask(const FetchPtr& fetch) {
     const auto extension = surroundings_.extension();
     if (!extension) return fetched(fetch, contentFailure(Kind::extensionFailed));
     const auto answered = [self = weak_from_this(), fetch](auto file, auto item, auto error) {
@@ -51,16 +59,10 @@ void ContentFetcher::run(const FetchPtr& fetch) {
     };
     const auto progress =
         extension->fetchContents(fetch->item.itemIdentifier, fetch->item.itemVersion, {}, answered);
-    {
-        std::lock_guard hold(mutex_);
+    act([&](Actions& actions) {
         fetch->progress = progress;
-    }
-    if (isAbandoned(*fetch)) progress->cancel();
-}
-
-bool ContentFetcher::isAbandoned(const ContentFetch& fetch) {
-    std::lock_guard hold(mutex_);
-    return fetch.abandoned;
+        if (fetch->abandoned) actions.push_back([progress] { progress->cancel(); });
+    });
 }
 
 ContentResult ContentFetcher::takeOver(const std::filesystem::path& file, const Item& item) {
@@ -75,17 +77,14 @@ void ContentFetcher::fetched(const FetchPtr& fetch, ContentResult result) {
     if (const auto* failure = std::get_if<ContentFailure>(&result)) {
         if (failure->kind == Kind::noSpace) cache_->dropOldest(roomFor(fetch->item));
     }
-    Actions actions;
-    {
-        std::lock_guard hold(mutex_);
+    act([&](Actions& actions) {
         queue_.end(fetch);
         forget(fetch);
         answerAll(*fetch, result, actions);
         if (const auto* content = std::get_if<ContentPtr>(&result)) serveElsewhere(*content, actions);
         learn(*fetch, result, actions);
         beginWhatFits(actions);
-    }
-    perform(actions);
+    });
 }
 
 void ContentFetcher::forget(const FetchPtr& fetch) {
@@ -120,15 +119,13 @@ void ContentFetcher::learn(const ContentFetch& fetch, const ContentResult& resul
     if (const auto* failure = std::get_if<ContentFailure>(&result)) {
         if (fetch.abandoned) return;  // its failure is our own doing
         learnFailure(fetch, *failure);
-        actions.push_back([this, self = shared_from_this(), item = fetch.item, failure = *failure] {
-            surroundings_.failed(item, failure);
-        });
+        actions.push_back(
+            [this, item = fetch.item, failure = *failure] { surroundings_.failed(item, failure); });
     } else {
         road_.succeeded();
     }
     const Reachability now = road_.state();
-    if (now != before)
-        actions.push_back([this, self = shared_from_this(), now] { surroundings_.reachabilityChanged(now); });
+    if (now != before) actions.push_back([this, now] { surroundings_.reachabilityChanged(now); });
     if (now == Reachability::unreachable) {
         roadClosed(actions);
     } else if (std::exchange(probing_, false)) {
@@ -187,22 +184,19 @@ platform::Task<> ContentFetcher::probeWhileClosed(std::weak_ptr<ContentFetcher> 
 
 // How long to wait before the next one; absent when there is nothing more to find out.
 std::optional<milliseconds> ContentFetcher::probe() {
-    Actions actions;
     std::optional<milliseconds> pause;
-    {
-        std::lock_guard hold(mutex_);
+    act([&](Actions& actions) {
         if (!closed_) pause = road_.nextPause();
         probing_ = pause.has_value();
-        if (!pause) return {};
+        if (!pause) return;
         const Item item = road_.nextProbe();
         const ContentKey key = ContentKey::of(item);
-        if (fetches_.contains(key)) return pause;  // a try is under way
+        if (fetches_.contains(key)) return;  // a try is under way
         const FetchPtr fetch = addFetch(item, key);
         fetch->ahead = true;
         queue_.beginProbe(fetch);
         start(fetch, actions);
-    }
-    perform(actions);
+    });
     return pause;
 }
 
