@@ -34,10 +34,13 @@ MountState initialState(const std::filesystem::path& mountPoint, platform::Clock
     return state;
 }
 
+std::filesystem::path domainFolder(const DaemonSurroundings& around) {
+    return platform::fileprovider::domainCacheFolder(around.folders.cache, around.domain.identifier);
+}
+
 ContentStoreOptions contentOptions(const DaemonSurroundings& around, const DaemonOptions& options) {
     ContentStoreOptions result;
-    result.folder =
-        platform::fileprovider::domainCacheFolder(around.folders.cache, around.domain.identifier) / "content";
+    result.folder = domainFolder(around) / "content";
     result.maximumBytes = options.cacheBytes;
     return result;
 }
@@ -89,14 +92,26 @@ Daemon::Parts::Parts(const DaemonOptions& options, DaemonSurroundings around)
 
 Daemon::Daemon(DaemonOptions options, DaemonSurroundings surroundings)
     : parts_(std::make_unique<Parts>(options, std::move(surroundings))) {
+    // What a daemon that was killed had fetched and not yet taken over; only this one can use the folder now.
+    std::error_code ignored;
+    std::filesystem::remove_all(domainFolder(parts_->surroundings) / "temporary", ignored);
     parts_->domain.setContentStore(parts_->contents);
-    parts_->domain.start();
-    parts_->session.serve(options.threads, parts_->surroundings.unmounted);
+    try {
+        parts_->domain.start();
+        parts_->session.serve(options.threads, parts_->surroundings.unmounted);
+    } catch (...) {
+        end();
+        throw;
+    }
+}
+
+void Daemon::end() {
+    parts_->contents->shutDown();
+    parts_->domain.stop();
 }
 
 Daemon::~Daemon() {
-    parts_->contents->shutDown();
-    parts_->domain.stop();
+    end();
 }
 
 const std::filesystem::path& Daemon::mountPoint() const {

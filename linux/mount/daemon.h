@@ -46,6 +46,7 @@ class Daemon {
 
  private:
     struct Parts;
+    void end();
     std::unique_ptr<Parts> parts_;
 };
 

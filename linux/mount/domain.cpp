@@ -62,7 +62,7 @@ void Domain::start() {
     state_->registration =
         state_->system.notifications->listen(signal, [state = state_.get()] { state->wakeUp(); });
     state_->makeExtensionIfMissing();
-    state_->signalled = true;  // what was signalled while nobody listened
+    state_->wakeUp();  // for what was signalled while nobody listened
     state_->thread = std::thread([state = state_.get()] { state->follow(); });
 }
 

@@ -46,7 +46,8 @@ struct DomainSurroundings {
     // A fresh extension object; called at the start and again, after a pause, when the last one's catalogue
     // didn't open.
     std::function<std::shared_ptr<ReplicatedExtension>()> makeExtension;
-    // Hears what the kernel must be told, in order, on a thread that holds no lock of the domain's.
+    // Hears what the kernel must be told, in order. Called with the domain's lock held: it may only take
+    // note.
     std::function<void(std::vector<Invalidation>)> invalidate;
     // Hears why listings can't be had, and absent when they can again.
     std::function<void(std::optional<std::string>)> extensionTrouble;

@@ -29,7 +29,7 @@ struct Domain::State {
 
     std::shared_ptr<ReplicatedExtension> currentExtension();
     std::shared_ptr<ReplicatedExtension> requiredExtension();  // throws Error
-    void extensionFailed(const Error& error);                  // what the next try must know
+    void extensionFailed(const Error& error, bool wasTheNextTry);
     void extensionWorks();
 
     // The thread that follows the working set.

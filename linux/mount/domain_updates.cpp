@@ -46,12 +46,12 @@ void Domain::State::settle(ChangeBatch batch) {
         for (const ItemIdentifier& identifier : open.items)
             batch.answers.emplace_back(ChangeBatch::Lookup{identifier, lookUpItem(*source, identifier)});
     }
-    std::vector<Invalidation> invalidations;
     {
+        // In one hold, so that nobody finds the tree changed and the kernel's news not yet on their way.
         std::lock_guard hold(mutex);
-        invalidations = tree.apply(batch, system.clock->now());
+        auto invalidations = tree.apply(batch, system.clock->now());
+        if (!invalidations.empty()) surroundings.invalidate(std::move(invalidations));
     }
-    if (!invalidations.empty()) surroundings.invalidate(std::move(invalidations));
     if (contents && !batch.deleted.empty()) contents->itemsDeleted(batch.deleted);
     if (contents && !batch.updated.empty()) contents->itemsChanged(batch.updated);
 }
@@ -77,7 +77,7 @@ int Domain::State::listFolder(const ItemIdentifier& container) {
         settle(std::move(batch));
         return 0;
     } catch (const Error& error) {
-        extensionFailed(error);
+        extensionFailed(error, false);
         changed.notify_one();  // the thread tries again after the pause
         return errnoOf(error);
     }
@@ -137,13 +137,16 @@ void Domain::State::makeExtensionIfMissing() {
 }
 
 // An object whose catalogue didn't open never opens it again; another is made after the pause.
-void Domain::State::extensionFailed(const Error& error) {
+void Domain::State::extensionFailed(const Error& error, bool wasTheNextTry) {
     std::shared_ptr<ReplicatedExtension> dropped;
     {
         std::lock_guard hold(mutex);
         if (hasCode(error, fp::cannotSynchronize)) dropped = std::exchange(extension, nullptr);
-        pause = std::clamp<std::chrono::milliseconds>(pause * 2, firstPause, longestPause);
-        pauseIsNew = true;
+        // A reader's failure starts a pause, but never puts off the try that is due.
+        if (wasTheNextTry || pause == 0ms) {
+            pause = std::clamp<std::chrono::milliseconds>(pause * 2, firstPause, longestPause);
+            pauseIsNew = true;
+        }
         inTrouble = true;
     }
     surroundings.extensionTrouble(sentenceFor(error));
@@ -189,7 +192,9 @@ void Domain::State::bringUpToDate() {
         readChanges();
         extensionWorks();
     } catch (const Error& error) {
-        extensionFailed(error);
+        extensionFailed(error, true);
+    } catch (const std::exception& failure) {  // this thread's edge: nobody above it could tell the person
+        extensionFailed(Error(fp::errorDomain, fp::serverUnreachable, failure.what()), true);
     }
     std::lock_guard hold(mutex);
     pauseIsNew = false;

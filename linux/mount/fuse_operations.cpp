@@ -108,15 +108,16 @@ void FuseOperations::open(FuseReply reply, Inode inode, const fuse_file_info& fi
 
 void FuseOperations::openOn(FuseReply& reply, Inode inode, fuse_file_info file,
                             std::shared_ptr<const Content> content) {
+    auto handle = std::make_unique<OpenFile>(OpenFile{inode, std::move(content)});
+    // First of all, so that whatever changes the inode's content from now on finds it open.
+    domain_.opened(inode);
     const auto item = domain_.fileItem(inode);
     // Bytes newer than the item that the inode shows must not meet the older ones in the kernel's page cache.
     const bool isCurrent =
-        std::holds_alternative<Item>(item) && sameContent(std::get<Item>(item), content->item());
+        std::holds_alternative<Item>(item) && sameContent(std::get<Item>(item), handle->content->item());
     file.direct_io = isCurrent ? 0 : 1;
     file.keep_cache = isCurrent && notifier_ && notifier_->isIdle() ? 1 : 0;
-    auto handle = std::make_unique<OpenFile>(OpenFile{inode, std::move(content)});
     file.fh = reinterpret_cast<std::uint64_t>(handle.get());
-    domain_.opened(inode);
     if (reply.opened(file))
         static_cast<void>(handle.release());  // the kernel's until it releases the file
     else

@@ -321,11 +321,11 @@ TEST_F(TreeOverCatalogue, ListingsHaveStablePlaces) {
 }
 
 TEST(ShownNames, HideNothingAndKeepWhatCanBeKept) {
-    const std::string longName(300, 'x');
-    const std::vector<NamedItem> items{
-        {"a.txt", "id2"}, {"a.txt", "id1"},       {"", "id3"},
-        {"..", "id4"},    {"x/y", "id5"},         {longName + ".md", "id6"},
-        {"ok", "id7"},    {"a.txt", "id0", true}, {std::string("n\0l", 3), "id8"}};
+    const std::string longName = std::string(300, 'x') + ".md";
+    const std::string nameWithNul("n\0l", 3);
+    const std::vector<NamedItem> items{{"a.txt", "id2"}, {"a.txt", "id1"},       {"", "id3"},
+                                       {"..", "id4"},    {"x/y", "id5"},         {longName, "id6"},
+                                       {"ok", "id7"},    {"a.txt", "id0", true}, {nameWithNul, "id8"}};
     const auto names = shownNames(items);
     EXPECT_EQ(names[1], "a.txt");
     EXPECT_EQ(names[6], "ok");
