@@ -1,7 +1,10 @@
 #include "linux/host/desktop.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
+#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -25,9 +28,17 @@ constexpr auto betweenLooks = 100ms;
 
 constexpr const char* entryName = "vorlinden-link.desktop";
 
-// Quoted for the Exec key: reserved characters escaped for its own quoting, then backslashes for the file's
-// strings.
+bool isPlain(const std::string& argument) {
+    static constexpr std::string_view others = "/._+-";
+    return std::all_of(argument.begin(), argument.end(), [](unsigned char c) {
+        return std::isalnum(c) != 0 || others.find(static_cast<char>(c)) != std::string_view::npos;
+    });
+}
+
+// For the Exec key. Quoted only where it must be, since xdg-open without a desktop's help knows no quotes.
+// Reserved characters are escaped for the key's own quoting, then backslashes for the file's strings.
 std::string execQuoted(const std::string& argument) {
+    if (isPlain(argument)) return argument;
     std::string quoted = "\"";
     for (const char c : argument) {
         if (c == '"' || c == '`' || c == '$' || c == '\\') quoted += "\\\\";

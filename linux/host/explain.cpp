@@ -47,6 +47,11 @@ std::string explained(const platform::FileError& error) {
     if (error.code == ENOSPC || error.code == EDQUOT) {
         return "The disk is full. Make room and try again; nothing was changed.";
     }
+    if (error == platform::FileError::noSuchFile()) {
+        return "The bytes of a local change can't be found on this machine just now; what the server sent "
+               "for it "
+               "waits until they can.";
+    }
     const std::string reason = std::strerror(error.code);
     return error.path.empty() ? "The system refused: " + reason + "." : error.path + ": " + reason + ".";
 }

@@ -38,6 +38,7 @@ void add(BrainPull& done, const Step& step) {
     } else {
         done.entries += step.applied.items;
     }
+    done.copies += step.applied.copies;
     done.changed = done.changed || step.changed;
 }
 

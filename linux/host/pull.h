@@ -14,6 +14,7 @@ namespace vorlinden::host {
 struct BrainPull {
     std::size_t entries = 0;              // of the feed
     std::optional<std::size_t> snapshot;  // nodes of the snapshot that replaced the tree, if one did
+    std::size_t copies = 0;               // conflict copies made of local work that lost
     bool changed = false;                 // whether anybody who looks at the tree can see a difference
 };
 

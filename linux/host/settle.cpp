@@ -3,14 +3,23 @@
 #include <variant>
 
 #include "synckit/apply/reconciler.h"
-#include "synckit/apply/reset_planner.h"
+#include "synckit/conflicts/conflict_resolver.h"
+#include "synckit/conflicts/conflict_spool.h"
 
 namespace vorlinden::host {
 namespace {
 
-// Local work is never given up for a remote change: the batch is refused, and fetched again later.
-ConflictResolution keepLocal(const FeedEntry&, const Op&, const PendingChange&) {
-    return ConflictResolution::keepLocal;
+// Settles what collides: the server's state wins in the catalogue, and the local bytes, which lie in the
+// spool, survive as a conflict copy under this device's name.
+std::shared_ptr<ConflictResolver> makeResolver(const Workspace& workspace) {
+    const auto spool = ConflictSpool::inAppGroup(workspace.system);
+    const auto deviceName = workspace.store->meta(MetaKey::deviceName).value_or(workspace.system.deviceName);
+    const auto now = [clock = workspace.system.clock] { return clock->now(); };
+    const auto localContent = [spool](const PendingChange& change, const std::optional<NodeRecord>&) {
+        return change.id ? spool.pendingBytes(*change.id) : std::nullopt;
+    };
+    return std::make_shared<ConflictResolver>(workspace.system.random, workspace.store, deviceName, spool,
+                                              now, localContent);
 }
 
 struct Apply {
@@ -20,13 +29,14 @@ struct Apply {
     Applied operator()(const ChangesResponse::Incremental& feed) const {
         // The usual answer to an idle machine: not worth a write to the disk.
         if (feed.entries.empty() && feed.cursor == workspace.store->cursor(brainId)) return {};
+        const auto resolver = makeResolver(workspace);
         Reconciler::applyFeedEntries(*workspace.system.random, feed.entries, brainId, feed.cursor,
-                                     *workspace.store, keepLocal);
-        return {.reset = false, .items = feed.entries.size()};
+                                     *workspace.store, resolver->conflictHandler());
+        return {.reset = false, .items = feed.entries.size(), .copies = resolver->copies().size()};
     }
     Applied operator()(const ChangesResponse::Reset& reset) const {
-        ResetPlanner::applySnapshot(reset.snapshot, brainId, reset.cursor, *workspace.store);
-        return {.reset = true, .items = reset.snapshot.size()};
+        const auto result = makeResolver(workspace)->applyReset(reset.snapshot, brainId, reset.cursor);
+        return {.reset = true, .items = reset.snapshot.size(), .copies = result.copies.size()};
     }
 };
 

@@ -10,8 +10,9 @@
 namespace vorlinden::host {
 
 struct Applied {
-    bool reset = false;     // a snapshot took the place of the brain's tree
-    std::size_t items = 0;  // entries of the feed, or nodes of the snapshot
+    bool reset = false;      // a snapshot took the place of the brain's tree
+    std::size_t items = 0;   // entries of the feed, or nodes of the snapshot
+    std::size_t copies = 0;  // conflict copies made of local work that lost
 };
 
 // Applies one answer to the catalogue, in one transaction, and with it decides every collision with local

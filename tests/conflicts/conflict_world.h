@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/json.h"
 #include "synckit/conflicts/conflict_resolver.h"
+#include "synckit/upload/upload_planner.h"
 #include "tests/support/catalogue.h"
 #include "tests/support/hooked_files.h"
 #include "tests/support/seeded_random.h"

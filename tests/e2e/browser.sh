@@ -7,48 +7,44 @@ screenshot=${2-}
 for tool in chromium chromedriver Xvfb xdg-open jq; do
     command -v "$tool" >/dev/null || fail "$tool is missing: apt-get install chromium chromium-driver xvfb xdg-utils jq"
 done
-policy=/etc/chromium/policies/managed/vorlinden-test.json
-kill_browser() {
-    if [[ -n ${DEBUG-} ]]; then cat "$work/login.log"; curl -s "$driver/session/$session/url"; cat "$work/browser.out"; fi
-    curl -s -X DELETE "$driver/session/${session-}" >/dev/null || true
-    rm -f "$policy"
-    for name in driver display; do stop "$name"; done
-}
 driver=http://127.0.0.1:9515
+kill_browser() {
+    curl -s -X DELETE "$driver/session/${session-}" >/dev/null || true
+    for name in login driver display; do stop "$name"; done
+}
 trap 'status=$?; kill_browser; (exit $status); cleanup' EXIT
 
-# Without this the browser would ask whether it may open xdg-open.
-mkdir -p "$(dirname "$policy")"
-echo '{"AutoLaunchProtocolsFromOrigins":[{"protocol":"vorlinden","allowed_origins":["*"]}]}' >"$policy"
+mkdir -p "$work/files"
+echo hello >"$work/files/a.txt"
+start server "$vorlinden" server --data "$data" --import "files=$work/files"
+eventually grep -q '^listening on ' "$work/server.log"
+url=$(sed -n 's/^listening on //p;T;q' "$work/server.log")
+"$vorlinden" config base-url "$url"
+
 export DISPLAY=:97
 start display Xvfb "$DISPLAY" -screen 0 1000x700x24
 start driver chromedriver --port=9515
 driver_ready() { curl -s "$driver/status" | jq -e .value.ready >/dev/null; }
 eventually driver_ready
-session=$(curl -sS -X POST "$driver/session" -d '{"capabilities":{"alwaysMatch":{"goog:chromeOptions":{"args":["--no-sandbox","--disable-gpu","--no-first-run","--user-data-dir='"$work"'/profile"]}}}}' | jq -r .value.sessionId)
+# Without the preference the browser would ask whether it may open xdg-open.
+options=$(jq -n --arg url "$url" --arg profile "$work/profile" '{
+    args: ["--no-sandbox", "--disable-gpu", "--no-first-run", "--user-data-dir=" + $profile],
+    prefs: {protocol_handler: {allowed_origin_protocol_pairs: {($url): {vorlinden: true}}}}}')
+session=$(curl -sS -X POST "$driver/session" \
+    -d "{\"capabilities\":{\"alwaysMatch\":{\"goog:chromeOptions\":$options}}}" | jq -r .value.sessionId)
 [[ $session != null ]] || fail "no browser session"
 
 # The desktop's browser, as xdg-open finds it.
 mkdir -p "$work/bin"
 cat >"$work/bin/browser" <<X
 #!/bin/bash
-(date; echo "$@"; curl -sS -m 20 -X POST "$driver/session/$session/url" -d "{\"url\":\"\$1\"}") >>$work/browser.out 2>&1
+curl -sS -X POST "$driver/session/$session/url" -d "{\"url\":\"\$1\"}" >/dev/null
 X
 chmod +x "$work/bin/browser"
 mkdir -p "$XDG_DATA_HOME/applications" "$XDG_CONFIG_HOME"
 printf '[Desktop Entry]\nType=Application\nName=Browser\nExec=%s %%u\nMimeType=x-scheme-handler/http;\n' \
     "$work/bin/browser" >"$XDG_DATA_HOME/applications/test-browser.desktop"
 xdg-mime default test-browser.desktop x-scheme-handler/http
-
-mkdir -p "$work/files"
-echo hello >"$work/files/a.txt"
-start_server_asking() {
-    start server "$vorlinden" server --data "$data" --import "files=$work/files"
-    eventually grep -q '^listening on ' "$work/server.log"
-    url=$(sed -n 's/^listening on //p;T;q' "$work/server.log")
-}
-start_server_asking
-"$vorlinden" config base-url "$url"
 
 story "login opens the page in the browser"
 start login "$vorlinden" login --device-name "Browser test"

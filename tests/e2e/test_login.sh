@@ -67,7 +67,7 @@ cat >"$work/bin/xdg-open" <<'X'
 #!/bin/bash
 # A browser: follows the page in the background and starts the installed handler with where it leads.
 entry=$XDG_DATA_HOME/applications/$(awk '{ print $2 }' "$FAKE_DESKTOP/xdg-mime" | tail -n 1)
-program=$(sed -n 's/^Exec="\(.*\)" open-url %u$/\1/p' "$entry")
+program=$(sed -n 's/^Exec=\(.*\) open-url %u$/\1/p' "$entry")
 (exec >/dev/null 2>&1; "$program" open-url "$(curl -sS -o /dev/null -w '%{redirect_url}' "$1")") &
 X
 chmod +x "$work/bin"/*

@@ -1,5 +1,6 @@
 #include "linux/host/pull.h"
 
+#include "synckit/conflicts/conflict_spool.h"
 #include "tests/host/host_fixture.h"
 
 namespace vorlinden::host {
@@ -96,16 +97,47 @@ TEST_F(PullTest, WithoutASessionNothingIsAsked) {
     EXPECT_TRUE(machine.session->requests().empty());
 }
 
-TEST_F(PullTest, ARemoteChangeNeverTakesThePlaceOfWaitingLocalWork) {
+TEST_F(PullTest, LocalBytesThatLoseSurviveAsACopyBesideTheServers) {
     const auto id = addBrain(1, "notes", {"a"});
     const auto workspace = openSignedIn();
     round(workspace);
-    workspace->store->enqueue(tests::pendingChange(id, PendingChangeKind::create, "b"));
+    const auto row = workspace->store->enqueue(tests::pendingChange(id, PendingChangeKind::create, "b"));
     server.brains[id].changes = [](const std::string&) { return FakeServer::feed({"b"}, "1"); };
+    const auto waiting = round(workspace).at(0);
+    EXPECT_EQ(workspace->store->cursor(id), "head") << "without the bytes the batch waits";
+    ASSERT_TRUE(waiting.failure);
+
+    const auto spool = ConflictSpool::inAppGroup(machine.system());
+    spool.writeNewEdit(Data::copyOf("mine"), row);
+    server.brains[id].changes = [](const std::string& cursor) {
+        return cursor == "head" ? FakeServer::feed({"b"}, "1") : FakeServer::nothingNew("1");
+    };
     const auto report = round(workspace).at(0);
-    EXPECT_TRUE(report.failure);
-    EXPECT_EQ(workspace->store->cursor(id), "head") << "the batch is fetched again";
-    EXPECT_EQ(workspace->store->pendingChanges(id).size(), 1U);
+    EXPECT_FALSE(report.failure);
+    EXPECT_EQ(report.pull.copies, 1U);
+    EXPECT_EQ(workspace->store->cursor(id), "1");
+    const auto copy = workspace->store->pendingChanges(id).at(0);
+    EXPECT_NE(copy.path.find("conflicted copy Test Machine"), std::string::npos) << copy.path;
+    EXPECT_EQ(spool.pendingBytes(*copy.id), Data::copyOf("mine"));
+    EXPECT_TRUE(workspace->store->nodeByPath(id, "b"));
+}
+
+TEST_F(PullTest, AResetJudgesTheJournalToo) {
+    const auto id = addBrain(1, "notes", {"a"});
+    const auto workspace = openSignedIn();
+    round(workspace);
+    auto edit = tests::pendingChange(id, PendingChangeKind::update, "a");
+    edit.nodeId = workspace->store->nodeByPath(id, "a")->nodeId;
+    const auto row = workspace->store->enqueue(edit);
+    ConflictSpool::inAppGroup(machine.system()).writeNewEdit(Data::copyOf("mine"), row);
+    server.brains[id].changes = [](const std::string& cursor) {
+        return cursor == "head" ? FakeServer::snapshot({"other"}, "2") : FakeServer::nothingNew("2");
+    };
+    const auto report = round(workspace).at(0);
+    EXPECT_FALSE(report.failure);
+    EXPECT_EQ(report.pull.copies, 1U);
+    EXPECT_FALSE(workspace->store->nodeByPath(id, "a"));
+    EXPECT_TRUE(workspace->store->nodeByPath(id, "other"));
 }
 
 }  // namespace

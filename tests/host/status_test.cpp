@@ -121,7 +121,9 @@ TEST(Explain, SaysWhoHasToActAndNeverShowsOnlyACode) {
               std::string::npos);
 }
 
-TEST(DesktopEntry, QuotesAnyPathForTheExecKey) {
+TEST(DesktopEntry, QuotesAPathForTheExecKeyWhereItMustBe) {
+    EXPECT_NE(desktopEntry("/usr/bin/vorlinden-1.0").find("Exec=/usr/bin/vorlinden-1.0 open-url %u\n"),
+              std::string::npos);
     const auto entry = desktopEntry("/opt/a b/100%/$x\"y\\z/vorlinden");
     EXPECT_NE(entry.find("Exec=\"/opt/a b/100%%/\\\\$x\\\\\"y\\\\\\\\z/vorlinden\" open-url %u\n"),
               std::string::npos)

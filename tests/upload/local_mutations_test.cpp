@@ -1,0 +1,248 @@
+#include "synckit/upload/local_mutations.h"
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+#include "synckit/conflicts/conflict_spool.h"
+#include "tests/support/catalogue.h"
+#include "tests/support/hooked_files.h"
+#include "tests/support/seeded_random.h"
+#include "tests/support/tree.h"
+
+namespace vorlinden {
+namespace {
+
+using Lines = std::vector<std::string>;
+using tests::fileNode;
+using tests::folderNode;
+
+const UUID brain = tests::numberedUUID(1);
+const Timestamp now = tests::instant(1'800'000'000'000);
+
+class LocalMutationsTest : public testing::Test {
+ protected:
+    LocalMutationsTest() {
+        auto record = tests::brainRecord(brain);
+        record.cursor = "c0";
+        catalogue->upsertBrain(record);
+    }
+
+    void given(const NodeRecord& node) { catalogue->upsert(node); }
+    std::int64_t waiting() {
+        return LocalMutations::journalUpsert(*catalogue, brain, "waiting", std::nullopt, true, now);
+    }
+    NodeRecord uploaded(std::string path, NodeKind kind = NodeKind::text,
+                        std::optional<std::int64_t> row = {}) {
+        return LocalMutations::applyUpload(random, *catalogue, brain, {{"server", std::move(path)}, "c9"},
+                                           kind, "hash", 7, row, now);
+    }
+    bool moved(const std::string& from, const std::string& to) {
+        return LocalMutations::applyMove(random, *catalogue, brain, from, to, waiting(), now);
+    }
+
+    NodeRecord at(const std::string& path) { return catalogue->nodeByPath(brain, path).value(); }
+    Lines tree() { return tests::tree(*catalogue, brain); }
+    Lines log() {
+        auto raw = catalogue.raw();
+        return tests::log(raw);
+    }
+    std::size_t journalRows() { return catalogue->pendingChanges(brain).size(); }
+
+    tests::Catalogue catalogue;
+    tests::SeededRandom random;
+};
+
+TEST_F(LocalMutationsTest, JournalKeepsEachIntentWithItsBase) {
+    using Kind = PendingChangeKind;
+    auto& store = *catalogue;
+    const auto row = [](std::int64_t id, std::optional<std::string> node, Kind kind, std::string path,
+                        std::optional<std::string> from, std::optional<std::string> base) {
+        return PendingChange{
+            id, brain, std::move(node), kind, std::move(path), std::move(from), std::move(base), now};
+    };
+    EXPECT_EQ(LocalMutations::journalUpsert(store, brain, "a", std::nullopt, true, now), 1);
+    EXPECT_EQ(LocalMutations::journalUpsert(store, brain, "a", "n", false, now), 2);
+    store.setCursor("c1", brain);
+    EXPECT_EQ(LocalMutations::journalUpsert(store, brain, "a", "n", false, now), 3)
+        << "edits are never merged";
+    EXPECT_EQ(LocalMutations::journalMove(store, brain, "n", "a", "b", now), 4);
+    store.setCursor(std::nullopt, brain);
+    EXPECT_EQ(LocalMutations::journalDelete(store, brain, std::nullopt, "b", now), 5);
+    EXPECT_EQ(store.pendingChanges(brain),
+              (std::vector{row(1, {}, Kind::create, "a", {}, "c0"), row(2, "n", Kind::update, "a", {}, "c0"),
+                           row(3, "n", Kind::update, "a", {}, "c1"), row(4, "n", Kind::move, "b", "a", "c1"),
+                           row(5, {}, Kind::remove, "b", {}, {})}));
+    EXPECT_EQ(log(), Lines{});
+}
+
+TEST_F(LocalMutationsTest, UploadOfANewFile) {
+    const auto row = waiting();
+    const auto file = uploaded("a/b/report.final.pdf", NodeKind::blob, row);
+    EXPECT_EQ(file, (NodeRecord{brain, "server", "a/b/report.final.pdf", "report.final", false,
+                                NodeKind::blob, "hash", 7, now, 1, false, std::nullopt}));
+    EXPECT_EQ(at("a/b/report.final.pdf"), file);
+    EXPECT_EQ(log(), (Lines{"+dir:a", "+dir:a/b", "+server"}));
+    EXPECT_EQ(at("a").updatedAt, now);
+    EXPECT_EQ(journalRows(), 0U);
+    EXPECT_EQ(catalogue->cursor(brain), "c0") << "only the feed moves the cursor";
+    EXPECT_EQ(catalogue.count("own_writes"), 0);
+}
+
+TEST_F(LocalMutationsTest, UploadOverAFileKeepsItsNameAndIdentity) {
+    auto file = fileNode(brain, "f", "local:1");
+    file.kind = NodeKind::blob;
+    file.blobHash = "old";
+    file.blobSize = 1;
+    file.contentVersion = 4;
+    file.localOnly = true;
+    file.uploadError = "refused";
+    given(file);
+    EXPECT_EQ(uploaded("f"), (NodeRecord{brain, "local:1", "f", "Title of f", false, NodeKind::text,
+                                         std::nullopt, std::nullopt, now, 5, false, std::nullopt}));
+    EXPECT_EQ(log(), Lines{"+local:1"});
+}
+
+TEST_F(LocalMutationsTest, UploadOverAFolderReplacesIt) {
+    given(folderNode(brain, "f"));
+    given(fileNode(brain, "f/in", "in"));
+    uploaded("f");
+    EXPECT_EQ(tree(), Lines{"f = server v1"});
+    EXPECT_EQ(log(), (Lines{"-dir:f", "-in", "+server"}));
+}
+
+TEST_F(LocalMutationsTest, LocalOnlyFileTakesThePlace) {
+    given(folderNode(brain, "d"));
+    given(fileNode(brain, "d/in", "in"));
+    const auto file = LocalMutations::applyLocalOnly(random, *catalogue, brain, "d", "too large", now);
+    EXPECT_EQ(tree(), Lines{"d = local:* v1 local-only (too large)"});
+    EXPECT_EQ(log(), (Lines{"-dir:d", "-in", "+local:*"}));
+    EXPECT_EQ(file, at("d"));
+    const auto again = LocalMutations::applyLocalOnly(random, *catalogue, brain, "d", std::nullopt, now);
+    EXPECT_NE(again.nodeId, file.nodeId);
+    EXPECT_EQ(tree(), Lines{"d = local:* v1 local-only"});
+    LocalMutations::applyLocalOnly(random, *catalogue, brain, "x/.DS_Store", std::nullopt, now);
+    EXPECT_EQ(at("x/.DS_Store").title, ".DS_Store");
+}
+
+TEST_F(LocalMutationsTest, LocalFolderIsMadeOnce) {
+    given(fileNode(brain, "a", "file"));
+    const auto made = LocalMutations::applyLocalDirectory(random, *catalogue, brain, "a/v1.2", now);
+    EXPECT_EQ(made, (NodeRecord{brain, "dir:a/v1.2", "a/v1.2", "v1.2", true, NodeKind::text, std::nullopt,
+                                std::nullopt, now, 0, false, std::nullopt}));
+    EXPECT_EQ(LocalMutations::applyLocalDirectory(random, *catalogue, brain, "a/v1.2", tests::instant()),
+              made);
+    EXPECT_EQ(log(), (Lines{"-file", "+dir:a", "+dir:a/v1.2"}));
+    given(fileNode(brain, "f", "f"));
+    LocalMutations::applyLocalDirectory(random, *catalogue, brain, "f", now);
+    EXPECT_EQ(tree(), (Lines{"a = dir:a v0", "a/v1.2 = dir:a/v1.2 v0", "f = dir:f v0"}));
+}
+
+TEST_F(LocalMutationsTest, MovesAndDeletesTakeTheirJournalRowAlong) {
+    auto junk = fileNode(brain, ".DS_Store", "junk");
+    junk.localOnly = true;
+    given(junk);
+    given(folderNode(brain, "d"));
+    given(fileNode(brain, "d/f", "f"));
+    EXPECT_FALSE(moved(".DS_Store", "named")) << "a junk name was never on the server";
+    EXPECT_FALSE(moved("missing", "named"));
+    EXPECT_TRUE(moved("d", "e"));
+    EXPECT_EQ(tree(), (Lines{".DS_Store = junk v1 local-only", "e = dir:e v0", "e/f = f v1"}));
+    EXPECT_TRUE(moved("e/f", "e/.gitkeep"));
+    EXPECT_EQ(tree(), (Lines{".DS_Store = junk v1 local-only", "e = dir:e v0"}));
+
+    const auto deleted = [&](const std::string& path) {
+        return LocalMutations::applyDelete(random, *catalogue, brain, path, waiting(), now);
+    };
+    EXPECT_TRUE(deleted("e"));
+    EXPECT_FALSE(deleted("e"));
+    EXPECT_EQ(tree(), Lines{".DS_Store = junk v1 local-only"});
+    EXPECT_EQ(journalRows(), 0U);
+}
+
+TEST_F(LocalMutationsTest, UploadErrorIsShownAndCleared) {
+    auto file = fileNode(brain, "f", "n");
+    file.localOnly = true;
+    given(file);
+    LocalMutations::markUploadError(*catalogue, brain, "n", "refused");
+    LocalMutations::markUploadError(*catalogue, brain, "missing", "refused");
+    file.uploadError = "refused";
+    EXPECT_EQ(at("f"), file);
+    LocalMutations::markUploadError(*catalogue, brain, "n", std::nullopt);
+    file.uploadError = std::nullopt;
+    EXPECT_EQ(at("f"), file);
+    EXPECT_EQ(log(), (Lines{"+n", "+n"}));
+}
+
+// Each apply is broken at each of its writes in turn, by a trigger that lets so many rows through.
+TEST_F(LocalMutationsTest, FailureAtAnyWriteChangesNothing) {
+    given(folderNode(brain, "d"));
+    given(fileNode(brain, "d/f", "f"));
+    const auto row = waiting();
+    const auto before = tree();
+    const std::vector<std::function<void()>> operations{
+        [&] { uploaded("d", NodeKind::text, row); },
+        [&] { uploaded("new/file", NodeKind::text, row); },
+        [&] { LocalMutations::applyLocalOnly(random, *catalogue, brain, "d", "e", now); },
+        [&] { LocalMutations::applyLocalDirectory(random, *catalogue, brain, "d/f/x", now); },
+        [&] { LocalMutations::applyMove(random, *catalogue, brain, "d", "x/y", row, now); },
+        [&] { LocalMutations::applyDelete(random, *catalogue, brain, "d", row, now); },
+        [&] { LocalMutations::markUploadError(*catalogue, brain, "f", "refused"); },
+    };
+    catalogue.execute("CREATE TABLE fuel (amount INTEGER NOT NULL)");
+    catalogue.execute("INSERT INTO fuel VALUES (-1)");
+    for (const std::string on : {"INSERT ON nodes", "UPDATE ON nodes", "DELETE ON nodes",
+                                 "INSERT ON changes_log", "DELETE ON pending_changes"}) {
+        auto name = on;
+        std::replace(name.begin(), name.end(), ' ', '_');
+        catalogue.execute("CREATE TRIGGER burn_" + name + " BEFORE " + on +
+                          " BEGIN UPDATE fuel SET amount = amount - 1;"
+                          " SELECT RAISE(ABORT, 'out of fuel') FROM fuel WHERE amount = 0; END");
+    }
+    // Whether the operation would get through; it is taken back.
+    const auto succeeds = [&](const std::function<void()>& operation) {
+        try {
+            catalogue->inTransaction([&] {
+                operation();
+                throw CancelledError();
+            });
+        } catch (const SQLiteError&) {
+            return false;
+        } catch (const CancelledError&) {
+        }
+        return true;
+    };
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+        int writes = 0;
+        const auto refuel = [&] {
+            catalogue.execute("UPDATE fuel SET amount = ?", {SQLiteValue::integer(writes + 1)});
+        };
+        for (refuel(); !succeeds(operations[i]); refuel()) {
+            EXPECT_THROW(operations[i](), SQLiteError);
+            EXPECT_EQ(tree(), before) << "operation " << i << ", write " << writes;
+            EXPECT_EQ(journalRows(), 1U);
+            EXPECT_EQ(log(), Lines{});
+            ++writes;
+        }
+        EXPECT_GE(writes, 2) << "operation " << i << " writes a row and a line of the log";
+    }
+}
+
+// A journal row and its bytes come into being together.
+TEST_F(LocalMutationsTest, JournalRowNeedsItsBytes) {
+    tests::TemporaryFolder folder;
+    const auto files = std::make_shared<tests::HookedFiles>(platform::posixFileSystem());
+    const ConflictSpool spool(files, folder / "Spool");
+    const auto journal = [&] {
+        catalogue->inTransaction([&] { spool.writeNewEdit(Data(std::string("mine")), waiting()); });
+    };
+    files->failOn(tests::FileOperation::write, ENOSPC);
+    EXPECT_THROW(journal(), FileError);
+    EXPECT_EQ(journalRows(), 0U);
+    files->before = nullptr;
+    journal();
+    EXPECT_EQ(spool.pendingBytes(1), Data(std::string("mine")));
+}
+
+}  // namespace
+}  // namespace vorlinden
