@@ -249,6 +249,7 @@ asio::awaitable<void> HttpConnection::discardRest() {
 // clients repeat the request by themselves. After part of a status line they know that an answer was lost.
 asio::awaitable<void> HttpConnection::dropMidway() {
     constexpr std::string_view torn = "HTTP/1.1 2";
+    stream_.expires_after(pieceLimit);
     co_await asio::async_write(stream_, asio::buffer(torn), asio::use_awaitable);
     stream_.close();
 }

@@ -1,7 +1,7 @@
 // One connection of the HTTP server: reads requests one after the other and answers each.
 //
-// Private to the HTTP server. Runs on a strand of its own; close() may be called from any thread. Kept alive
-// by its own coroutine.
+// Private to the HTTP server. Runs on the one thread of its socket's executor; close() may be called from
+// any. Kept alive by its own coroutine.
 #pragma once
 
 #include <chrono>
@@ -27,7 +27,6 @@ struct ConnectionContext {
 
 class HttpConnection : public std::enable_shared_from_this<HttpConnection> {
  public:
-    // The socket's executor is the strand.
     HttpConnection(const ConnectionContext& context, boost::asio::ip::tcp::socket socket);
 
     // Ends when either side closes; what it throws is the network's or the client's fault.

@@ -1,17 +1,17 @@
 #include "linux/server/http_server.h"
 
+#include <algorithm>
 #include <condition_variable>
-#include <set>
+#include <deque>
+#include <map>
 #include <thread>
-#include <vector>
 
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/co_spawn.hpp>
+#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/strand.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
 #include "linux/server/http_connection.h"
@@ -40,7 +40,7 @@ Tcp::acceptor listening(asio::io_context& context, const HttpServer::Settings& s
     if (problem)
         throw ListenFailure(settings.address, settings.port, "not an address of the loopback network");
     try {
-        return Tcp::acceptor(asio::make_strand(context), Tcp::endpoint(address, settings.port));
+        return Tcp::acceptor(context, Tcp::endpoint(address, settings.port));
     } catch (const boost::system::system_error& error) {
         throw ListenFailure(settings.address, settings.port, error.code().message());
     }
@@ -48,56 +48,82 @@ Tcp::acceptor listening(asio::io_context& context, const HttpServer::Settings& s
 
 }  // namespace
 
+// A thread with the connections that it alone runs, so that nothing is handed from thread to thread.
+class HttpServer::Worker {
+ public:
+    Worker() : thread_([this] { context_.run(); }) {}
+    ~Worker() { stop(); }
+
+    asio::io_context& context() { return context_; }
+    // Ends what is under way and waits for the thread. Nothing runs here afterwards.
+    void stop() {
+        context_.stop();
+        if (thread_.joinable()) thread_.join();
+    }
+
+    std::size_t connections = 0;  // guarded by the server's mutex
+
+ private:
+    asio::io_context context_{1};  // one thread runs it
+    asio::executor_work_guard<asio::io_context::executor_type> busy_{context_.get_executor()};
+    std::thread thread_;
+};
+
 class HttpServer::Core {
  public:
     Core(const Settings& settings, Storage& storage, FaultPlan& faults)
-        : settings_(settings), storage_(storage), faults_(faults), acceptor_(listening(context_, settings)) {}
+        : settings_(settings),
+          storage_(storage),
+          faults_(faults),
+          workers_(settings.threads),
+          acceptor_(listening(door_.context(), settings)) {}
 
     std::uint16_t port() const { return acceptor_.local_endpoint().port(); }
 
     void start(Application& application) {
         shared_ = std::make_unique<ConnectionContext>(
             ConnectionContext{application, storage_, faults_, settings_.delay});
-        spawn(acceptor_.get_executor(), accept(), nullptr);
-        for (unsigned count = 0; count < settings_.threads; ++count) {
-            threads_.emplace_back([this] { context_.run(); });
-        }
+        asio::co_spawn(door_.context(), accept(), [](std::exception_ptr) {});
     }
 
     void stop() {
-        asio::post(acceptor_.get_executor(), [this] { acceptor_.close(); });
+        door_.stop();
         std::unique_lock guard(mutex_);
-        for (const auto& connection : connections_)
+        for (const auto& [connection, worker] : connections_)
             connection->close();
         allGone_.wait_for(guard, patience, [this] { return connections_.empty(); });
         guard.unlock();
-        context_.stop();
-        threads_.clear();  // joins
+        for (auto& worker : workers_)
+            worker.stop();
         connections_.clear();
     }
 
  private:
     asio::awaitable<void> accept() {
         while (true) {
-            auto [problem, socket] = co_await acceptor_.async_accept(asio::make_strand(context_),
-                                                                     asio::as_tuple(asio::use_awaitable));
-            if (problem == asio::error::operation_aborted || !acceptor_.is_open()) co_return;
+            auto& worker = leastBusy();
+            auto [problem, socket] =
+                co_await acceptor_.async_accept(worker.context(), asio::as_tuple(asio::use_awaitable));
             if (problem) {
                 co_await breathe();
-                continue;
+            } else {
+                serve(std::move(socket), worker);
             }
-            serve(std::move(socket));
         }
     }
 
-    // Out of descriptors: the next attempt would fail at once as well.
+    // Out of descriptors, perhaps: the next attempt would fail at once as well.
     asio::awaitable<void> breathe() {
-        asio::steady_timer timer(acceptor_.get_executor(), 50ms);
+        asio::steady_timer timer(door_.context(), 50ms);
         co_await timer.async_wait(asio::use_awaitable);
     }
 
-    void serve(Tcp::socket socket) {
-        const auto executor = socket.get_executor();
+    Worker& leastBusy() {
+        const std::lock_guard guard(mutex_);
+        return *std::ranges::min_element(workers_, {}, &Worker::connections);
+    }
+
+    void serve(Tcp::socket socket, Worker& worker) {
         std::shared_ptr<HttpConnection> connection;
         try {
             connection = std::make_shared<HttpConnection>(*shared_, std::move(socket));
@@ -107,37 +133,35 @@ class HttpServer::Core {
         {
             const std::lock_guard guard(mutex_);
             if (connections_.size() >= mostConnections) return;
-            connections_.insert(connection);
+            connections_.emplace(connection, &worker);
+            ++worker.connections;
         }
-        spawn(executor, HttpConnection::run(connection), connection);
-    }
-
-    // What a connection throws is its client's trouble and ends with it.
-    template <class Executor>
-    void spawn(const Executor& executor, asio::awaitable<void> work,
-               std::shared_ptr<HttpConnection> connection) {
-        asio::co_spawn(executor, std::move(work),
+        // What a connection throws is its client's trouble and ends with it.
+        asio::co_spawn(worker.context(), HttpConnection::run(connection),
                        [this, connection](std::exception_ptr) { forget(connection); });
     }
 
     void forget(const std::shared_ptr<HttpConnection>& connection) {
         const std::lock_guard guard(mutex_);
-        connections_.erase(connection);
+        const auto place = connections_.find(connection);
+        --place->second->connections;
+        connections_.erase(place);
         if (connections_.empty()) allGone_.notify_all();
     }
 
     const Settings settings_;
     Storage& storage_;
     FaultPlan& faults_;
-    std::unique_ptr<ConnectionContext> shared_;  // set by start(), before the threads
+    std::unique_ptr<ConnectionContext> shared_;  // set by start(), before any connection
 
     std::mutex mutex_;
     std::condition_variable allGone_;
-    std::set<std::shared_ptr<HttpConnection>> connections_;  // guarded by mutex_
 
-    asio::io_context context_;  // goes before what its coroutines use
+    std::deque<Worker> workers_;
+    std::map<std::shared_ptr<HttpConnection>, Worker*>
+        connections_;  // guarded by mutex_; goes before the workers
+    Worker door_;
     Tcp::acceptor acceptor_;
-    std::vector<std::jthread> threads_;
 };
 
 HttpServer::HttpServer(const Settings& settings, Storage& storage, FaultPlan& faults)

@@ -1,8 +1,8 @@
 // HTTP/1.1 on a loopback port.
 //
-// Connections are kept and cost no thread while they are idle. The threads of the pool run the connections
-// and the application's answers alike, so an answer may block and there are as many answers at work as
-// threads.
+// Connections are kept. Each belongs to one thread of a bounded pool, the one with the fewest, which runs it
+// and makes its answers, so that a request is never handed from thread to thread. An answer may block: it
+// holds up only what shares its thread, and that is nobody while there are no more connections than threads.
 #pragma once
 
 #include <chrono>
@@ -36,7 +36,7 @@ class HttpServer {
     struct Settings {
         std::string address;
         std::uint16_t port = 0;
-        unsigned threads = 8;
+        unsigned threads = 16;
         std::chrono::milliseconds delay{0};
     };
 
@@ -52,6 +52,7 @@ class HttpServer {
     void stop();
 
  private:
+    class Worker;
     class Core;
     std::unique_ptr<Core> core_;
 };

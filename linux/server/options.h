@@ -33,7 +33,7 @@ struct ServerOptions {
     std::int64_t maxUpload = 104'857'600;  // bytes of one file
     bool missingDeleteIs404 = false;       // instead of 200 with `deleted` false
     std::chrono::milliseconds delay{0};    // added to every request
-    unsigned threads = 8;
+    unsigned threads = 16;                 // each serves connections of its own
 };
 
 }  // namespace vorlinden::server

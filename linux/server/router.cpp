@@ -13,7 +13,9 @@ constexpr std::uint64_t formLimit = 64 * 1024;
 bool isLocal(const std::string& host) {
     const auto name =
         host.starts_with('[') ? host.substr(0, host.find(']') + 1) : host.substr(0, host.find(':'));
-    return name.empty() || name == "localhost" || name == "[::1]" || name.starts_with("127.");
+    const bool isLoopback =
+        name.starts_with("127.") && name.find_first_not_of("0123456789.") == std::string::npos;
+    return name.empty() || name == "localhost" || name == "[::1]" || isLoopback;
 }
 
 Response envelope(const Refusal& refusal) {

@@ -128,8 +128,8 @@ std::string Member::head() {
     return snapshot().cursor.value();
 }
 
-std::string Member::content(const std::string& path) {
-    const auto answer = file(path, head());
+std::string Member::content(const std::string& path, const std::optional<std::string>& at) {
+    const auto answer = file(path, at ? *at : head());
     if (answer.headers.at("content-type") == "application/octet-stream") return answer.body;
     return answer.text("content");
 }

@@ -61,7 +61,8 @@ class Member {
     ChangesResponse::Incremental changes(const std::string& cursor);
     ChangesResponse::Reset snapshot(const std::optional<std::string>& cursor = {});
     std::string head();                            // of the brain's feed
-    std::string content(const std::string& path);  // now; text or blob
+    // A file's bytes, now or at a cursor; text or blob.
+    std::string content(const std::string& path, const std::optional<std::string>& at = {});
 
     PlainClient http;
     std::string clientId;

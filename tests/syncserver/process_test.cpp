@@ -2,6 +2,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <thread>
 
 #include <boost/system/system_error.hpp>
@@ -77,8 +78,8 @@ TEST(ServerProcess, KilledUnderLoadItKeepsWhatItAnsweredFor) {
         } else {
             member->http = PlainClient(process.url);
         }
-        for (const auto& [path, content] : answered)
-            EXPECT_TRUE(member->content(path) == content) << path;
+        const auto head = member->head();
+        for (const auto& [path, content] : answered) EXPECT_TRUE(member->content(path, head) == content) << path;
         std::jthread killer;
         try {
             for (int count = 0; count < 1000; ++count) {
@@ -97,6 +98,35 @@ TEST(ServerProcess, KilledUnderLoadItKeepsWhatItAnsweredFor) {
         }
     }
     EXPECT_GE(answered.size(), 100u);
+}
+
+// The exit status of `vorlinden server-ctl` with these words.
+int serverCtl(const std::string& words) {
+    const auto command = std::string(VORLINDEN_PROGRAM) + " server-ctl " + words + " 2>/dev/null";
+    return WEXITSTATUS(std::system(command.c_str()));
+}
+
+TEST(ServerProcess, ObeysServerCtl) {
+    TemporaryFolder folder;
+    ServerProcess process(folder / "data");
+    const auto data = " --data " + (folder / "data").string() + " ";
+    EXPECT_EQ(serverCtl("grant" + data + "docs"), 0);
+    Member member(process.url);
+    EXPECT_EQ(serverCtl("put" + data + "docs:f/a.md " + VORLINDEN_PROGRAM), 0);
+    EXPECT_EQ(serverCtl("mv" + data + "docs:f/a.md docs:f/b"), 0);
+    EXPECT_EQ(serverCtl("mkdir" + data + "docs:empty"), 0);
+    EXPECT_EQ(serverCtl("reset" + data + "docs --folders"), 0);
+    EXPECT_EQ(member.snapshot().snapshot.size(), 3u);
+    EXPECT_EQ(member.content("f/b").size(), std::filesystem::file_size(VORLINDEN_PROGRAM));
+    EXPECT_EQ(serverCtl("rm" + data + "docs:f/b"), 0);
+    EXPECT_EQ(serverCtl("rm" + data + "docs:f/b"), 1);
+    EXPECT_EQ(serverCtl("rm" + data + "docs"), 2);
+    EXPECT_EQ(serverCtl("fault" + data + "--status 418 --method GET"), 0);
+    EXPECT_EQ(member.changesAnswer({}).status, 418);
+    EXPECT_EQ(serverCtl("revoke" + data + "docs"), 0);
+    EXPECT_EQ(member.changesAnswer({}).code(), "FORBIDDEN");
+    EXPECT_EQ(serverCtl("sign-out" + data), 0);
+    EXPECT_EQ(member.changesAnswer({}).status, 401);
 }
 
 TEST(ServerProcess, EndsCleanlyWhenAsked) {
