@@ -11,6 +11,7 @@ start_server --token-lifetime 1 --import "files=$work/files"
 begin_login() {
     rm -f "$work/redirect"
     mkfifo "$work/redirect"
+    : >"$work/out"
     "$vorlinden" login --no-browser --device-name "Test device" <"$work/redirect" >"$work/out" 2>"$work/err" &
     login=$!
     exec 8>"$work/redirect"

@@ -60,7 +60,7 @@ class Member {
 
     ChangesResponse::Incremental changes(const std::string& cursor);
     ChangesResponse::Reset snapshot(const std::optional<std::string>& cursor = {});
-    std::string head();                            // of the brain's feed
+    std::string head();  // of the brain's feed
     // A file's bytes, now or at a cursor; text or blob.
     std::string content(const std::string& path, const std::optional<std::string>& at = {});
 

@@ -79,7 +79,8 @@ TEST(ServerProcess, KilledUnderLoadItKeepsWhatItAnsweredFor) {
             member->http = PlainClient(process.url);
         }
         const auto head = member->head();
-        for (const auto& [path, content] : answered) EXPECT_TRUE(member->content(path, head) == content) << path;
+        for (const auto& [path, content] : answered)
+            EXPECT_TRUE(member->content(path, head) == content) << path;
         std::jthread killer;
         try {
             for (int count = 0; count < 1000; ++count) {
