@@ -89,10 +89,12 @@ class FakeExtension final : public protocol::ReplicatedExtension {
         if (progress->completedUnitCount() == 1) {
             deliver(identifier, fetch->handler);
         } else {
-            progress->setCancellationHandler([this, fetch] {
-                if (ignoresCancels_) return;
-                if (!take([&](const Waiting& waiting) { return &waiting == fetch.get(); })) return;
-                fetch->handler({}, {}, protocol::Error(protocol::cocoaErrorDomain, protocol::userCancelled));
+            // Weakly, since the asker's handler may lead back to the progress.
+            progress->setCancellationHandler([this, weak = std::weak_ptr(fetch)] {
+                const auto given = weak.lock();
+                if (!given || ignoresCancels_) return;
+                if (!take([&](const Waiting& waiting) { return &waiting == given.get(); })) return;
+                given->handler({}, {}, protocol::Error(protocol::cocoaErrorDomain, protocol::userCancelled));
             });
         }
         return progress;
