@@ -121,6 +121,7 @@ const std::filesystem::path& Daemon::mountPoint() const {
 DomainSurroundings Daemon::Parts::domainSurroundings() {
     DomainSurroundings result;
     result.makeExtension = surroundings.makeExtension;
+    result.memory = surroundings.folders.state / "mount-memory.json";
     result.invalidate = [this](std::vector<Invalidation> invalidations) {
         session.notifier().notify(std::move(invalidations));
     };

@@ -23,14 +23,12 @@ Item rootItem() {
     return root;
 }
 
-Timestamp modifiedAt(const Node& node) {
-    Timestamp result = node.contentModificationDate.value_or(Timestamp{});
-    if (node.folder && node.folder->listingChanged) result = std::max(result, *node.folder->listingChanged);
-    return result;
-}
-
-Attributes attributesOf(const Node& node) {
-    return {node.inode, node.isFolder(), node.size(), modifiedAt(node)};
+Attributes attributesOf(const Node& node, Timestamp otherwise) {
+    Timestamp modified = node.contentModificationDate.value_or(otherwise);
+    if (node.folder && node.folder->listingChanged)
+        modified = std::max(modified, *node.folder->listingChanged);
+    const bool isGone = node.place == Node::Place::gone;
+    return {node.inode, node.isFolder(), node.size(), modified, isGone ? 0U : 1U};
 }
 
 bool lacksSize(const Attributes& attributes) {
@@ -43,6 +41,7 @@ Domain::State::State(platform::System theSystem, fp::Domain theDomain, DomainSur
     : system(std::move(theSystem)),
       domain(std::move(theDomain)),
       surroundings(std::move(around)),
+      started(system.clock->now()),
       tree(rootItem()) {}
 
 Domain::Domain(platform::System system, fp::Domain domain, DomainSurroundings surroundings)
@@ -61,7 +60,6 @@ void Domain::start() {
         fp::enumeratorSignalName(state_->domain.identifier, fp::workingSetContainerItemIdentifier);
     state_->registration =
         state_->system.notifications->listen(signal, [state = state_.get()] { state->wakeUp(); });
-    state_->makeExtensionIfMissing();
     state_->wakeUp();  // for what was signalled while nobody listened
     state_->thread = std::thread([state = state_.get()] { state->follow(); });
 }
@@ -74,55 +72,53 @@ void Domain::stop() {
     }
     state_->changed.notify_one();
     if (state_->thread.joinable()) state_->thread.join();
+    state_->jobs.clear();
 }
 
 std::shared_ptr<ReplicatedExtension> Domain::extension() {
     return state_->currentExtension();
 }
 
-int Domain::prepareListing(Inode folder) {
-    ItemIdentifier container;
-    {
-        std::lock_guard hold(state_->mutex);
-        const Node* node = state_->tree.find(folder);
-        if (!node) return ESTALE;
-        if (!node->isFolder()) return ENOTDIR;
-        if (node->folder->listed) return 0;
-        if (node->place == Node::Place::gone) return 0;  // empty, whoever stands in it
-        container = node->identifier;
-    }
-    return state_->listFolder(container);
+std::optional<int> Domain::listingState(Inode folder) {
+    std::lock_guard hold(state_->mutex);
+    const Node* node = state_->tree.find(folder);
+    if (!node) return ESTALE;
+    if (!node->isFolder()) return ENOTDIR;
+    const bool isEmptyForGood = node->place == Node::Place::gone;  // whoever stands in it
+    return node->folder->listed || isEmptyForGood ? std::optional(0) : std::nullopt;
+}
+
+void Domain::list(Inode folder, std::function<void(int)> then) {
+    state_->enqueue(
+        [state = state_.get(), folder, then = std::move(then)] { then(state->listFolder(folder)); });
+}
+
+void Domain::refresh(std::function<void()> then) {
+    state_->enqueue([state = state_.get(), then = std::move(then)] {
+        state->bringUpToDate();
+        then();
+    });
 }
 
 Outcome<Attributes> Domain::lookup(Inode folder, std::string_view name) {
-    if (const int code = prepareListing(folder)) return code;
-    Attributes attributes;
-    std::optional<Item> unsized;
-    {
-        std::lock_guard hold(state_->mutex);
-        const Node* parent = state_->tree.find(folder);
-        const Node* child = parent && parent->isFolder() ? state_->tree.child(*parent, name) : nullptr;
-        if (!child) return ENOENT;
-        attributes = attributesOf(*child);
-        state_->tree.refer(child->inode);
-        if (lacksSize(attributes)) unsized = child->item();
-    }
-    if (unsized) attributes.size = state_->contents->knownSize(*unsized);
+    std::lock_guard hold(state_->mutex);
+    const Node* parent = state_->tree.find(folder);
+    if (!parent) return ESTALE;
+    const Node* child = parent->isFolder() ? state_->tree.child(*parent, name) : nullptr;
+    if (!child) return ENOENT;
+    Attributes attributes = attributesOf(*child, state_->started);
+    state_->tree.refer(child->inode);
+    if (lacksSize(attributes)) attributes.size = state_->contents->knownSize(child->item());
     return attributes;
 }
 
 Outcome<Attributes> Domain::attributes(Inode inode) {
-    Attributes attributes;
-    std::optional<Item> unsized;
-    {
-        std::lock_guard hold(state_->mutex);
-        const Node* node = state_->tree.find(inode);
-        if (!node) return ESTALE;
-        attributes = attributesOf(*node);
-        if (lacksSize(attributes)) unsized = node->item();
-    }
+    std::lock_guard hold(state_->mutex);
+    const Node* node = state_->tree.find(inode);
+    if (!node) return ESTALE;
+    Attributes attributes = attributesOf(*node, state_->started);
     attributes.inode = inode;  // as the kernel knows it, also when another took its place
-    if (unsized) attributes.size = state_->contents->knownSize(*unsized);
+    if (lacksSize(attributes)) attributes.size = state_->contents->knownSize(node->item());
     return attributes;
 }
 
@@ -134,22 +130,16 @@ Inode Domain::parent(Inode folder) {
 
 std::vector<DirectoryEntry> Domain::entries(Inode folder, Inode after, std::size_t count, bool refer) {
     std::vector<DirectoryEntry> result;
-    std::vector<std::pair<std::size_t, Item>> unsized;
-    {
-        std::lock_guard hold(state_->mutex);
-        const Node* node = state_->tree.find(folder);
-        if (!node || !node->isFolder()) return {};
-        for (const Node* child : state_->tree.children(*node, after, count)) {
-            result.push_back({child->shownName(), attributesOf(*child)});
-            if (lacksSize(result.back().attributes)) unsized.emplace_back(result.size() - 1, child->item());
-        }
-    }
-    if (!refer) return result;
-    for (const auto& [index, item] : unsized)
-        result[index].attributes.size = state_->contents->knownSize(item);
     std::lock_guard hold(state_->mutex);
-    for (const DirectoryEntry& entry : result)
-        if (!lacksSize(entry.attributes)) state_->tree.refer(entry.attributes.inode);
+    const Node* node = state_->tree.find(folder);
+    if (!node || !node->isFolder()) return {};
+    state_->tree.walked(node->inode);
+    for (const Node* child : state_->tree.children(*node, after, count)) {
+        Attributes attributes = attributesOf(*child, state_->started);
+        if (refer && lacksSize(attributes)) attributes.size = state_->contents->knownSize(child->item());
+        if (refer && !lacksSize(attributes)) state_->tree.refer(child->inode);
+        result.push_back({child->shownName(), attributes});
+    }
     return result;
 }
 
@@ -161,31 +151,28 @@ void Domain::forget(Inode inode, std::uint64_t count) {
 Outcome<Item> Domain::fileItem(Inode inode) {
     std::lock_guard hold(state_->mutex);
     const Node* node = state_->tree.find(inode);
-    if (!node) return ESTALE;
+    if (!node || node->place == Node::Place::gone) return ESTALE;
     if (node->isFolder()) return EISDIR;
     return node->item();
 }
 
 void Domain::contentWanted(Inode inode) {
-    std::vector<Item> ahead;
+    std::vector<Item> next;
     {
         std::lock_guard hold(state_->mutex);
-        const Node* node = state_->tree.find(inode);
-        if (!node || !node->parent || !state_->tree.demandsDetail(node->parent->inode)) return;
-        for (const Node* sibling : node->parent->folder->byInode)
-            if (!sibling->isFolder() && !sibling->size()) ahead.push_back(sibling->item());
+        next = state_->tree.comingNext(inode);
     }
-    state_->contents->fetchAhead(std::move(ahead));
+    if (!next.empty()) state_->contents->fetchAhead(std::move(next));
 }
 
-void Domain::contentArrived(Inode inode, const Content& content) {
-    {
-        std::lock_guard hold(state_->mutex);
-        const Node* node = state_->tree.find(inode);
-        if (!node) return;
-        if (hasContentOf(*node, content.item())) return state_->tree.setContentSize(inode, content.size());
-    }
-    state_->wakeUp();  // the item has moved on, and nobody has told us yet
+bool Domain::contentArrived(Inode inode, const Content& content, bool open) {
+    std::lock_guard hold(state_->mutex);
+    const Node* node = state_->tree.find(inode);
+    if (!node || node->place == Node::Place::gone || !hasContentOf(*node, content.item())) return false;
+    if (state_->tree.setContentSize(inode, content.size()))
+        state_->surroundings.invalidate({InodeChanged{inode, false}});
+    if (open) state_->tree.opened(inode);
+    return true;
 }
 
 void Domain::opened(Inode inode) {

@@ -3,41 +3,40 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <mutex>
 #include <thread>
 
 #include "linux/mount/domain.h"
+#include "linux/mount/domain_memory.h"
 #include "linux/mount/extension_reader.h"
 #include "linux/mount/item_tree.h"
 
 namespace vorlinden::mount {
 
-// Two locks, outermost first: `updates`, held by the one thread that reads the extension and applies what it
-// read, so that the tree never takes an older answer after a newer one; `mutex`, held for a look at the tree.
 struct Domain::State {
     State(platform::System theSystem, platform::fileprovider::Domain theDomain, DomainSurroundings around);
 
     const platform::System system;
     const platform::fileprovider::Domain domain;
     const DomainSurroundings surroundings;
+    const Timestamp started;
     std::shared_ptr<ContentStore> contents;  // constant after start()
 
-    // Reading and applying; see domain_updates.cpp. Each takes `updates` itself.
-    int listFolder(const ItemIdentifier& container);  // 0 or an errno
-    void readChanges();                               // throws Error
+    // On any thread.
+    void wakeUp();
+    void enqueue(std::function<void()> job);
+    std::shared_ptr<ReplicatedExtension> currentExtension();
     void makeExtensionIfMissing();
 
-    std::shared_ptr<ReplicatedExtension> currentExtension();
-    std::shared_ptr<ReplicatedExtension> requiredExtension();  // throws Error
-    void extensionFailed(const Error& error, bool wasTheNextTry);
-    void extensionWorks();
-
-    // The thread that follows the working set.
+    // The domain's thread, and what runs on it.
     void follow();
-    void wakeUp();
+    int listFolder(Inode folder);  // 0 or an errno
+    void bringUpToDate();
 
-    std::mutex updates;
-    std::optional<SyncAnchor> anchor;  // guarded by `updates`; absent until something was read
+    // Of the domain's thread alone.
+    std::optional<SyncAnchor> anchor;  // absent until the first changes were read
+    std::chrono::milliseconds pause{0};
 
     std::mutex mutex;  // guards all below
     ItemTree tree;
@@ -45,18 +44,23 @@ struct Domain::State {
     bool inTrouble = false;
     bool signalled = false;
     bool stopping = false;
-    std::chrono::milliseconds pause{0};  // until the next try without a signal; 0: none is due
-    bool pauseIsNew = false;             // the thread hasn't begun to wait for it
+    std::deque<std::function<void()>> jobs;
+    std::optional<std::chrono::steady_clock::time_point> retryAt;  // when to try again without a signal
     std::condition_variable changed;
 
     std::unique_ptr<platform::NotificationCenter::Registration> registration;
     std::thread thread;
 
  private:
-    void bringUpToDate();
-    void settle(ChangeBatch batch);
-    void enumerateAnew();
-    void anchorFirst(ReplicatedExtension& from);
+    void readChanges();  // throws Error, as the next three do
+    void begin(ReplicatedExtension& source);
+    void enumerateAnew(ReplicatedExtension& source);
+    void settle(ReplicatedExtension& source, ChangeBatch batch);
+    bool applyOrAsk(const ChangeBatch& batch, Questions& questions);
+    void remember();
+    std::shared_ptr<ReplicatedExtension> requiredExtension();  // throws Error
+    void extensionFailed(const Error& error);
+    void extensionWorks();
 };
 
 }  // namespace vorlinden::mount

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "linux/mount/domain_state.h"
+#include "platform/failure.h"
 #include "platform/fileprovider/manager.h"
 
 namespace vorlinden::mount {
@@ -31,91 +32,117 @@ std::string sentenceFor(const Error& error) {
     return "The catalogue of this machine can't be read. It is tried again from time to time.";
 }
 
+void answer(ReplicatedExtension& source, const Questions& questions, ChangeBatch& batch) {
+    for (const ItemIdentifier& container : questions.containers)
+        batch.answers.emplace_back(ChangeBatch::Listing{container, listContainer(source, container)});
+    for (const ItemIdentifier& identifier : questions.items)
+        batch.answers.emplace_back(ChangeBatch::Lookup{identifier, lookUpItem(source, identifier)});
+}
+
 }  // namespace
 
-// Asks what the batch leaves open until nothing is, and applies it.
-void Domain::State::settle(ChangeBatch batch) {
-    const auto source = requiredExtension();
-    while (true) {
-        std::unique_lock hold(mutex);
-        const Questions open = tree.questions(batch);
-        if (open.empty()) break;
-        hold.unlock();
-        for (const ItemIdentifier& container : open.containers)
-            batch.answers.emplace_back(ChangeBatch::Listing{container, listContainer(*source, container)});
-        for (const ItemIdentifier& identifier : open.items)
-            batch.answers.emplace_back(ChangeBatch::Lookup{identifier, lookUpItem(*source, identifier)});
+// True when applied. The kernel's news are handed on under the lock: whoever sees the tree changed can know
+// that they are on their way.
+bool Domain::State::applyOrAsk(const ChangeBatch& batch, Questions& questions) {
+    std::lock_guard hold(mutex);
+    auto outcome = tree.apply(batch, system.clock->now());
+    if (auto* open = std::get_if<Questions>(&outcome)) {
+        questions = std::move(*open);
+        return false;
     }
-    {
-        // In one hold, so that nobody finds the tree changed and the kernel's news not yet on their way.
-        std::lock_guard hold(mutex);
-        auto invalidations = tree.apply(batch, system.clock->now());
-        if (!invalidations.empty()) surroundings.invalidate(std::move(invalidations));
-    }
-    if (contents && !batch.deleted.empty()) contents->itemsDeleted(batch.deleted);
-    if (contents && !batch.updated.empty()) contents->itemsChanged(batch.updated);
+    auto& told = std::get<std::vector<Invalidation>>(outcome);
+    if (!told.empty()) surroundings.invalidate(std::move(told));
+    return true;
 }
 
-// Changes are read from a moment before the first listing on, so that none is missed.
-void Domain::State::anchorFirst(ReplicatedExtension& from) {
-    if (!anchor) anchor = currentAnchor(from);
+void Domain::State::settle(ReplicatedExtension& source, ChangeBatch batch) {
+    for (Questions questions; !applyOrAsk(batch, questions);)
+        answer(source, questions, batch);
+    if (!batch.deleted.empty()) contents->itemsDeleted(batch.deleted);
+    if (!batch.updated.empty()) contents->itemsChanged(batch.updated);
 }
 
-int Domain::State::listFolder(const ItemIdentifier& container) {
-    std::lock_guard one(updates);
+int Domain::State::listFolder(Inode folder) {
+    ItemIdentifier container;
     {
         std::lock_guard hold(mutex);
-        const Node* node = tree.findItem(container);
+        const Node* node = tree.find(folder);
         if (!node || !node->isFolder()) return ESTALE;
-        if (node->folder->listed) return 0;
+        if (node->folder->listed || node->place == Node::Place::gone) return 0;
+        container = node->identifier;
     }
     try {
+        makeExtensionIfMissing();
         const auto source = requiredExtension();
-        anchorFirst(*source);
         ChangeBatch batch;
-        batch.answers.emplace_back(ChangeBatch::Listing{container, listContainer(*source, container)});
-        settle(std::move(batch));
+        answer(*source, {{container}, {}}, batch);
+        settle(*source, std::move(batch));
         return 0;
     } catch (const Error& error) {
-        extensionFailed(error, false);
-        changed.notify_one();  // the thread tries again after the pause
+        extensionFailed(error);
         return errnoOf(error);
     }
 }
 
 void Domain::State::readChanges() {
-    std::lock_guard one(updates);
     const auto source = requiredExtension();
-    if (!anchor) return anchorFirst(*source);
+    if (!anchor) begin(*source);
     try {
         WorkingSetChanges changes = changesSince(*source, *anchor);
         if (!changes.updated.empty() || !changes.deleted.empty())
-            settle({std::move(changes.updated), std::move(changes.deleted), {}});
+            settle(*source, {std::move(changes.updated), std::move(changes.deleted), {}});
+        if (changes.anchor == *anchor) return;
         anchor = std::move(changes.anchor);
     } catch (const Error& error) {
         if (!hasCode(error, fp::syncAnchorExpired)) throw;
-        enumerateAnew();
+        enumerateAnew(*source);
     }
+    remember();
+}
+
+// The tops of the brains are listed at once: orphans are shown there, and only changes tell of them.
+void Domain::State::begin(ReplicatedExtension& source) {
+    DomainMemory memory = loadMemory(*system.files, surroundings.memory);
+    ChangeBatch tops;
+    answer(source, {{fp::rootContainerItemIdentifier}, {}}, tops);
+    Questions rest{{}, memory.strays};
+    for (const Item& item : std::get<ChangeBatch::Listing>(tops.answers.front()).items)
+        if (item.contentType.isDirectory()) rest.containers.push_back(item.itemIdentifier);
+    answer(source, rest, tops);
+    settle(source, std::move(tops));
+    anchor = std::move(memory.anchor);
 }
 
 // The catalogue was replaced or set back: everything that is shown is read again.
-void Domain::State::enumerateAnew() {
-    const auto source = requiredExtension();
-    SyncAnchor begin = currentAnchor(*source);
-    std::vector<ItemIdentifier> containers;
-    std::vector<ItemIdentifier> strays;
+void Domain::State::enumerateAnew(ReplicatedExtension& source) {
+    SyncAnchor now = currentAnchor(source);
+    Questions all;
     {
         std::lock_guard hold(mutex);
-        containers = tree.listedContainers();
-        strays = tree.strays();
+        all = {tree.listedContainers(), tree.strays()};
     }
     ChangeBatch batch;
-    for (const ItemIdentifier& container : containers)
-        batch.answers.emplace_back(ChangeBatch::Listing{container, listContainer(*source, container)});
-    for (const ItemIdentifier& stray : strays)
-        batch.answers.emplace_back(ChangeBatch::Lookup{stray, lookUpItem(*source, stray)});
-    settle(std::move(batch));
-    anchor = std::move(begin);
+    answer(source, all, batch);
+    std::vector<Item> listed;
+    for (const auto& each : batch.answers)
+        if (const auto* listing = std::get_if<ChangeBatch::Listing>(&each))
+            listed.insert(listed.end(), listing->items.begin(), listing->items.end());
+    settle(source, std::move(batch));
+    contents->itemsChanged(listed);
+    anchor = std::move(now);
+}
+
+void Domain::State::remember() {
+    DomainMemory memory{*anchor, {}};
+    {
+        std::lock_guard hold(mutex);
+        memory.strays = tree.strays();
+    }
+    try {
+        saveMemory(*system.files, surroundings.memory, memory);
+    } catch (const platform::FileError&) {
+        // An older memory stays; the next daemon reads more than it had to.
+    }
 }
 
 std::shared_ptr<ReplicatedExtension> Domain::State::currentExtension() {
@@ -129,23 +156,27 @@ std::shared_ptr<ReplicatedExtension> Domain::State::requiredExtension() {
     return current;
 }
 
+// While a failed object's pause lasts, its successor isn't made, whoever asks.
 void Domain::State::makeExtensionIfMissing() {
-    if (currentExtension()) return;
+    {
+        std::lock_guard hold(mutex);
+        if (extension || (retryAt && std::chrono::steady_clock::now() < *retryAt)) return;
+    }
     auto made = surroundings.makeExtension();
     std::lock_guard hold(mutex);
     extension = std::move(made);
 }
 
 // An object whose catalogue didn't open never opens it again; another is made after the pause.
-void Domain::State::extensionFailed(const Error& error, bool wasTheNextTry) {
+void Domain::State::extensionFailed(const Error& error) {
     std::shared_ptr<ReplicatedExtension> dropped;
     {
         std::lock_guard hold(mutex);
         if (hasCode(error, fp::cannotSynchronize)) dropped = std::exchange(extension, nullptr);
-        // A reader's failure starts a pause, but never puts off the try that is due.
-        if (wasTheNextTry || pause == 0ms) {
+        const auto now = std::chrono::steady_clock::now();
+        if (!retryAt || *retryAt <= now) {
             pause = std::clamp<std::chrono::milliseconds>(pause * 2, firstPause, longestPause);
-            pauseIsNew = true;
+            retryAt = now + pause;
         }
         inTrouble = true;
     }
@@ -153,9 +184,10 @@ void Domain::State::extensionFailed(const Error& error, bool wasTheNextTry) {
 }
 
 void Domain::State::extensionWorks() {
+    pause = 0ms;
     {
         std::lock_guard hold(mutex);
-        pause = 0ms;
+        retryAt.reset();
         if (!std::exchange(inTrouble, false)) return;
     }
     surroundings.extensionTrouble(std::nullopt);
@@ -169,19 +201,33 @@ void Domain::State::wakeUp() {
     changed.notify_one();
 }
 
+void Domain::State::enqueue(std::function<void()> job) {
+    {
+        std::lock_guard hold(mutex);
+        jobs.push_back(std::move(job));
+    }
+    changed.notify_one();
+}
+
+// Whoever waits comes before what the kernel hasn't asked for.
 void Domain::State::follow() {
     std::unique_lock hold(mutex);
     while (!stopping) {
-        const auto called = [this] { return stopping || signalled; };
-        if (pause > 0ms)
-            changed.wait_for(hold, pause, called);
-        else
-            changed.wait(hold, [&] { return called() || pause > 0ms; });
-        const bool mustWaitFirst = pause > 0ms && !signalled && std::exchange(pauseIsNew, false);
-        if (stopping || mustWaitFirst) continue;
-        signalled = pauseIsNew = false;
+        const auto isCalled = [this] { return stopping || signalled || !jobs.empty(); };
+        if (!retryAt)
+            changed.wait(hold, isCalled);
+        else if (!changed.wait_until(hold, *retryAt, isCalled))
+            signalled = true;
+        std::function<void()> next = [this] { bringUpToDate(); };
+        if (!jobs.empty()) {
+            next = std::move(jobs.front());
+            jobs.pop_front();
+        } else if (!std::exchange(signalled, false)) {
+            continue;
+        }
         hold.unlock();
-        bringUpToDate();
+        next();
+        next = nullptr;
         hold.lock();
     }
 }
@@ -192,12 +238,8 @@ void Domain::State::bringUpToDate() {
         readChanges();
         extensionWorks();
     } catch (const Error& error) {
-        extensionFailed(error, true);
-    } catch (const std::exception& failure) {  // this thread's edge: nobody above it could tell the person
-        extensionFailed(Error(fp::errorDomain, fp::serverUnreachable, failure.what()), true);
+        extensionFailed(error);
     }
-    std::lock_guard hold(mutex);
-    pauseIsNew = false;
 }
 
 }  // namespace vorlinden::mount

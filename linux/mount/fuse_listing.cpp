@@ -76,7 +76,16 @@ constexpr std::size_t smallestEntry = 152;
 }  // namespace
 
 void FuseOperations::readdir(FuseReply reply, Inode folder, std::uint64_t offset, std::size_t size) {
-    if (const int code = domain_.prepareListing(folder)) return reply.error(code);
+    whenListed(std::move(reply), folder,
+               [=, this](FuseReply& answer) { sendListing(answer, folder, offset, size); });
+}
+
+void FuseOperations::readdirplus(FuseReply reply, Inode folder, std::uint64_t offset, std::size_t size) {
+    whenListed(std::move(reply), folder,
+               [=, this](FuseReply& answer) { sendListingPlus(answer, folder, offset, size); });
+}
+
+void FuseOperations::sendListing(FuseReply& reply, Inode folder, std::uint64_t offset, std::size_t size) {
     Listing listing(reply.request(), size);
     const auto add = [&](const char* name, const Attributes& attributes, std::uint64_t place) {
         return listing.addName(name, attributes, place);
@@ -89,23 +98,28 @@ void FuseOperations::readdir(FuseReply reply, Inode folder, std::uint64_t offset
     reply.bytes(listing.bytes());
 }
 
-void FuseOperations::readdirplus(FuseReply reply, Inode folder, std::uint64_t offset, std::size_t size) {
-    if (const int code = domain_.prepareListing(folder)) return reply.error(code);
+void FuseOperations::sendListingPlus(FuseReply& reply, Inode folder, std::uint64_t offset, std::size_t size) {
     Listing listing(reply.request(), size);
     const auto addDot = [&](const char* name, const Attributes& attributes, std::uint64_t place) {
         return listing.addEntry(name, attributes, place, false);
     };
+    std::vector<Inode> handedOut;
     if (addDots(folder, domain_.parent(folder), offset, addDot)) {
         bool full = false;
-        for (const auto& entry :
+        for (const auto& [name, attributes] :
              domain_.entries(folder, lastInodeBefore(offset), size / smallestEntry + 1, true)) {
-            const Attributes& attributes = entry.attributes;
             const bool isReferred = attributes.isFolder || attributes.size;
-            full = full || !listing.addEntry(entry.name.c_str(), attributes, attributes.inode, isReferred);
-            if (full && isReferred) domain_.forget(attributes.inode, 1);
+            full = full || !listing.addEntry(name.c_str(), attributes, attributes.inode, isReferred);
+            if (!isReferred) continue;
+            if (full)
+                domain_.forget(attributes.inode, 1);
+            else
+                handedOut.push_back(attributes.inode);
         }
     }
-    reply.bytes(listing.bytes());
+    if (reply.bytes(listing.bytes())) return;
+    for (const Inode inode : handedOut)
+        domain_.forget(inode, 1);
 }
 
 }  // namespace vorlinden::mount

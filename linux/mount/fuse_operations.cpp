@@ -13,6 +13,9 @@ namespace vorlinden::mount {
 
 namespace {
 
+// An item that keeps moving on under its readers is served as it came at last.
+constexpr unsigned attemptsToMeetAMovingItem = 4;
+
 // An open file: the bytes as they were when it was opened, whatever becomes of the item.
 struct OpenFile {
     Inode inode;
@@ -41,12 +44,6 @@ int errnoOf(const ContentFailure& failure) {
     return EIO;
 }
 
-bool sameContent(const Item& a, const Item& b) {
-    return a.itemIdentifier == b.itemIdentifier &&
-           a.itemVersion.contentVersion == b.itemVersion.contentVersion &&
-           a.contentModificationDate == b.contentModificationDate && a.documentSize == b.documentSize;
-}
-
 bool asksToWrite(const fuse_file_info& file) {
     return (file.flags & O_ACCMODE) != O_RDONLY || (file.flags & O_TRUNC);
 }
@@ -56,7 +53,26 @@ bool asksToWrite(const fuse_file_info& file) {
 FuseOperations::FuseOperations(Domain& domain, ContentStore& contents, FuseOptions options)
     : domain_(domain), contents_(contents), options_(std::move(options)) {}
 
+void FuseOperations::whenListed(FuseReply reply, Inode folder, std::function<void(FuseReply&)> then) {
+    if (const auto state = domain_.listingState(folder)) {
+        if (*state) return reply.error(*state);
+        return then(reply);
+    }
+    const WaitingPtr waiting = waitingRequests_.add(std::move(reply));
+    domain_.list(folder, [waiting, then = std::move(then)](int code) {
+        auto answer = waiting->take();
+        if (!answer) return;
+        if (code) return answer->error(code);
+        then(*answer);
+    });
+}
+
 void FuseOperations::lookup(FuseReply reply, Inode folder, const char* name) {
+    whenListed(std::move(reply), folder,
+               [this, folder, copy = std::string(name)](FuseReply& answer) { lookUp(answer, folder, copy); });
+}
+
+void FuseOperations::lookUp(FuseReply& reply, Inode folder, const std::string& name) {
     const auto found = domain_.lookup(folder, name);
     if (const int* code = std::get_if<int>(&found)) {
         if (*code == ENOENT) return reply.noEntry();
@@ -66,25 +82,28 @@ void FuseOperations::lookup(FuseReply reply, Inode folder, const char* name) {
     if (!reply.entry(attributes)) domain_.forget(attributes.inode, 1);
 }
 
-void FuseOperations::withContent(FuseReply reply, Inode inode, Then then) {
-    const auto item = domain_.fileItem(inode);
-    if (const int* code = std::get_if<int>(&item)) return reply.error(*code);
-    if (auto content = contents_.openIfHere(std::get<Item>(item))) {
-        domain_.contentArrived(inode, *content);
-        return then(reply, std::move(content));
+void FuseOperations::seek(const WaitingPtr& waiting, const Quest& quest) {
+    const auto item = domain_.fileItem(quest.inode);
+    if (const int* code = std::get_if<int>(&item)) {
+        if (auto reply = waiting->take()) reply->error(*code);
+        return;
     }
-    domain_.contentWanted(inode);
-    const std::uint64_t number = interrupts_.watch(reply.request());
-    auto waiting = std::make_shared<FuseReply>(std::move(reply));
-    auto answer = [this, number, inode, waiting, then = std::move(then)](ContentResult result) {
-        interrupts_.done(number);
-        if (const auto* failure = std::get_if<ContentFailure>(&result))
-            return waiting->error(errnoOf(*failure));
-        auto& content = std::get<std::shared_ptr<const Content>>(result);
-        domain_.contentArrived(inode, *content);
-        then(*waiting, std::move(content));
+    if (const auto content = contents_.openIfHere(std::get<Item>(item)))
+        return found(waiting, quest, content);
+    domain_.contentWanted(quest.inode);
+    auto answer = [this, waiting, quest](const ContentResult& result) {
+        if (const auto* content = std::get_if<ContentPtr>(&result)) return found(waiting, quest, *content);
+        if (auto reply = waiting->take()) reply->error(errnoOf(std::get<ContentFailure>(result)));
     };
-    interrupts_.waitsFor(number, contents_.open(std::get<Item>(item), options_.deadline, std::move(answer)));
+    waiting->waitsFor(contents_.open(std::get<Item>(item), options_.deadline, std::move(answer)));
+}
+
+// Bytes belong to the item that came with them. Where that isn't the one that the inode shows, one of the two
+// is older: what has changed is read, and the content of what is shown then is sought.
+void FuseOperations::found(const WaitingPtr& waiting, Quest quest, const ContentPtr& content) {
+    const bool isLastAttempt = ++quest.attempts == attemptsToMeetAMovingItem;
+    if (quest.use(waiting, content, isLastAttempt)) return;
+    domain_.refresh([this, waiting, quest = std::move(quest)] { seek(waiting, quest); });
 }
 
 void FuseOperations::getattr(FuseReply reply, Inode inode, const fuse_file_info* file) {
@@ -93,43 +112,56 @@ void FuseOperations::getattr(FuseReply reply, Inode inode, const fuse_file_info*
     Attributes attributes = std::get<Attributes>(known);
     if (file && file->fh) attributes.size = openFileOf(*file)->content->size();
     if (attributes.isFolder || attributes.size) return reply.attributes(attributes);
-    withContent(std::move(reply), inode, [attributes](FuseReply& answer, const auto& content) mutable {
-        attributes.size = content->size();
-        answer.attributes(attributes);
-    });
+    auto use = [this, inode](const WaitingPtr& waiting, const ContentPtr& content, bool anyway) {
+        if (!domain_.contentArrived(inode, *content, false) && !anyway) return false;
+        const auto now = domain_.attributes(inode);
+        auto answer = waiting->take();
+        if (!answer) return true;
+        if (const int* code = std::get_if<int>(&now)) return answer->error(*code), true;
+        Attributes complete = std::get<Attributes>(now);
+        complete.size = content->size();
+        answer->attributes(complete);
+        return true;
+    };
+    seek(waitingRequests_.add(std::move(reply)), {inode, std::move(use)});
 }
 
 void FuseOperations::open(FuseReply reply, Inode inode, const fuse_file_info& file) {
     if (asksToWrite(file)) return reply.error(EROFS);
-    withContent(std::move(reply), inode, [this, inode, file](FuseReply& answer, auto content) {
-        openOn(answer, inode, file, std::move(content));
-    });
+    auto use = [this, inode, file](const WaitingPtr& waiting, const ContentPtr& content, bool anyway) {
+        return openOn(waiting, inode, file, content, anyway);
+    };
+    seek(waitingRequests_.add(std::move(reply)), {inode, std::move(use)});
 }
 
-void FuseOperations::openOn(FuseReply& reply, Inode inode, fuse_file_info file,
-                            std::shared_ptr<const Content> content) {
-    auto handle = std::make_unique<OpenFile>(OpenFile{inode, std::move(content)});
-    // First of all, so that whatever changes the inode's content from now on finds it open.
-    domain_.opened(inode);
-    const auto item = domain_.fileItem(inode);
-    // Bytes newer than the item that the inode shows must not meet the older ones in the kernel's page cache.
-    const bool isCurrent =
-        std::holds_alternative<Item>(item) && sameContent(std::get<Item>(item), handle->content->item());
+// The kernel's pages of an inode are always of the content that the inode shows: a change throws them away,
+// and no file is opened on it before that has happened. Other content goes past them.
+bool FuseOperations::openOn(const WaitingPtr& waiting, Inode inode, fuse_file_info file,
+                            const ContentPtr& content, bool anyway) {
+    const bool isCurrent = domain_.contentArrived(inode, *content, true);
+    if (!isCurrent && !anyway) return false;
+    if (!isCurrent) domain_.opened(inode);
+    file.keep_cache = isCurrent ? 1 : 0;
     file.direct_io = isCurrent ? 0 : 1;
-    file.keep_cache = isCurrent && notifier_ && notifier_->isIdle() ? 1 : 0;
-    file.fh = reinterpret_cast<std::uint64_t>(handle.get());
-    if (reply.opened(file))
-        static_cast<void>(handle.release());  // the kernel's until it releases the file
-    else
-        domain_.closed(inode);
+    auto* handle = new OpenFile{inode, content};
+    file.fh = reinterpret_cast<std::uint64_t>(handle);
+    notifier_->whenHeard(inode, [this, waiting, file, handle] {
+        std::unique_ptr<OpenFile> owned(handle);
+        auto reply = waiting->take();
+        if (reply && reply->opened(file))
+            static_cast<void>(owned.release());  // the kernel's until it releases the file
+        else
+            domain_.closed(owned->inode);
+    });
+    return true;
 }
 
 void FuseOperations::read(FuseReply reply, const fuse_file_info& file, std::uint64_t offset,
                           std::size_t size) {
     const Content& content = *openFileOf(file)->content;
-    if (offset >= content.size()) return reply.bytes({});
+    const std::uint64_t left = content.size() - std::min(offset, content.size());
     reply.fileRange(content.descriptor(), offset,
-                    static_cast<std::size_t>(std::min<std::uint64_t>(size, content.size() - offset)));
+                    static_cast<std::size_t>(std::min<std::uint64_t>(size, left)));
 }
 
 void FuseOperations::release(FuseReply reply, const fuse_file_info& file) {

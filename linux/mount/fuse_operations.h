@@ -1,9 +1,9 @@
 // The file system operations of the mount (libfuse3's low-level interface): each turns one request into
 // questions to the domain and the content store, and one answer.
 //
-// Read-only: what would write is refused with EROFS. Requests are served on several threads; none of them
-// ever waits for the network, since content arrives through a handler that answers the request from wherever
-// it is called.
+// Read-only: what would write is refused with EROFS. Requests are served on several threads, and none of them
+// ever waits: a folder that must be listed and content that must be fetched arrive through a handler that
+// answers the request from wherever it is called.
 #pragma once
 
 #include <chrono>
@@ -15,7 +15,7 @@
 #include "linux/mount/content_store.h"
 #include "linux/mount/domain.h"
 #include "linux/mount/fuse_reply.h"
-#include "linux/mount/interrupts.h"
+#include "linux/mount/waiting_request.h"
 
 namespace vorlinden::mount {
 
@@ -28,12 +28,12 @@ struct FuseOptions {
 
 class FuseOperations {
  public:
-    // All three outlive the object, which outlives the session that it serves.
+    // Both outlive the object, which outlives the session that it serves.
     FuseOperations(Domain& domain, ContentStore& contents, FuseOptions options);
 
     // Which the session makes after this object; set before the first request.
-    void setNotifier(const KernelNotifier* notifier) { notifier_ = notifier; }
-    Interrupts& interrupts() { return interrupts_; }
+    void setNotifier(KernelNotifier* notifier) { notifier_ = notifier; }
+    WaitingRequests& waitingRequests() { return waitingRequests_; }
     // Whether the kernel can open folders without asking; found out when the session begins.
     void setOpensFoldersItself(bool can) { opensFoldersItself_ = can; }
     bool opensFoldersItself() const { return opensFoldersItself_; }
@@ -53,19 +53,33 @@ class FuseOperations {
     void listxattr(FuseReply reply, Inode inode, std::size_t room);
 
  private:
-    using Then = std::function<void(FuseReply&, std::shared_ptr<const Content>)>;
+    using WaitingPtr = std::shared_ptr<WaitingRequest>;
+    using ContentPtr = std::shared_ptr<const Content>;
+    // What a request wants with a file's content. `use` is given it, and says no if it isn't the content of
+    // what the inode shows now, unless it must take it `anyway`.
+    struct Quest {
+        Inode inode;
+        std::function<bool(const WaitingPtr&, const ContentPtr&, bool anyway)> use;
+        unsigned attempts = 0;
+    };
 
-    // Answers the request through `then` once the file's content is here, or with the error that kept it
-    // away.
-    void withContent(FuseReply reply, Inode inode, Then then);
-    void openOn(FuseReply& reply, Inode inode, fuse_file_info file, std::shared_ptr<const Content> content);
+    void lookUp(FuseReply& reply, Inode folder, const std::string& name);
+    void seek(const WaitingPtr& waiting, const Quest& quest);
+    void found(const WaitingPtr& waiting, Quest quest, const ContentPtr& content);
+    bool openOn(const WaitingPtr& waiting, Inode inode, fuse_file_info file, const ContentPtr& content,
+                bool anyway);
+
+    // Answers through `then` once the folder is listed, or with the error that kept it from that.
+    void whenListed(FuseReply reply, Inode folder, std::function<void(FuseReply&)> then);
+    void sendListing(FuseReply& reply, Inode folder, std::uint64_t offset, std::size_t size);
+    void sendListingPlus(FuseReply& reply, Inode folder, std::uint64_t offset, std::size_t size);
 
     Domain& domain_;
     ContentStore& contents_;
     const FuseOptions options_;
-    const KernelNotifier* notifier_ = nullptr;
+    KernelNotifier* notifier_ = nullptr;
     bool opensFoldersItself_ = false;  // constant after the session's first request
-    Interrupts interrupts_;
+    WaitingRequests waitingRequests_;
 };
 
 }  // namespace vorlinden::mount

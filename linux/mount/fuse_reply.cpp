@@ -77,8 +77,8 @@ bool FuseReply::opened(const fuse_file_info& file) {
     return fuse_reply_open(take(), &file) == 0;
 }
 
-void FuseReply::bytes(std::string_view bytes) {
-    fuse_reply_buf(take(), bytes.data(), bytes.size());
+bool FuseReply::bytes(std::string_view bytes) {
+    return fuse_reply_buf(take(), bytes.data(), bytes.size()) == 0;
 }
 
 void FuseReply::fileRange(int descriptor, std::uint64_t offset, std::size_t size) {

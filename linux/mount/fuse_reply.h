@@ -39,7 +39,7 @@ class FuseReply {
     void noEntry();  // not there, and the kernel may remember that
     void attributes(const Attributes& attributes);
     bool opened(const fuse_file_info& file);
-    void bytes(std::string_view bytes);
+    bool bytes(std::string_view bytes);
     void fileRange(int descriptor, std::uint64_t offset, std::size_t size);
     void fileSystem(const struct statvfs& status);
     // The value of an extended attribute for a buffer of `room` bytes; 0 asks for the size.

@@ -25,10 +25,11 @@ struct RequestBuffer {
     ~RequestBuffer() { std::free(buffer.mem); }
 };
 
+// Without default_permissions: the kernel would want attributes, and with them content, for every look at a
+// file. Only the user who mounted may come here anyway.
 fuse_session* newSession(FuseOperations& operations) {
-    std::array<char*, 3> arguments{
-        const_cast<char*>("vorlinden"), const_cast<char*>("-o"),
-        const_cast<char*>("ro,default_permissions,fsname=vorlinden,subtype=vorlinden")};
+    std::array<char*, 3> arguments{const_cast<char*>("vorlinden"), const_cast<char*>("-o"),
+                                   const_cast<char*>("ro,fsname=vorlinden,subtype=vorlinden")};
     fuse_args list = FUSE_ARGS_INIT(static_cast<int>(arguments.size()), arguments.data());
     fuse_session* session =
         fuse_session_new(&list, &FuseOperations::table(), sizeof(fuse_lowlevel_ops), &operations);

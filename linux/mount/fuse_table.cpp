@@ -23,13 +23,13 @@ void guarded(Body body) noexcept {
 }
 
 void init(void* operations, fuse_conn_info* connection) {
+    // AUTO_INVAL_DATA: the daemon tells of every change, but a listing that was under way meanwhile would
+    // stay; the folder's time gives it away.
     const unsigned wanted = FUSE_CAP_ASYNC_READ | FUSE_CAP_PARALLEL_DIROPS | FUSE_CAP_READDIRPLUS |
                             FUSE_CAP_READDIRPLUS_AUTO | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE |
-                            FUSE_CAP_NO_OPENDIR_SUPPORT | FUSE_CAP_CACHE_SYMLINKS;
-    // The daemon tells of every change, so the kernel needn't guess by times and sizes.
-    const unsigned unwanted = FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_WRITEBACK_CACHE | FUSE_CAP_SPLICE_READ;
+                            FUSE_CAP_NO_OPENDIR_SUPPORT | FUSE_CAP_AUTO_INVAL_DATA;
+    const unsigned unwanted = FUSE_CAP_WRITEBACK_CACHE | FUSE_CAP_SPLICE_READ;
     connection->want = (connection->want | (wanted & connection->capable)) & ~unwanted;
-    if (connection->capable & FUSE_CAP_EXPLICIT_INVAL_DATA) connection->want |= FUSE_CAP_EXPLICIT_INVAL_DATA;
     static_cast<FuseOperations*>(operations)
         ->setOpensFoldersItself(connection->want & FUSE_CAP_NO_OPENDIR_SUPPORT);
     connection->max_readahead = 1U << 20;  // bytes

@@ -9,6 +9,9 @@
 namespace vorlinden::mount {
 namespace {
 
+constexpr unsigned demandsOfAWalk = 2;  // one alone may be chance
+constexpr std::size_t filesAhead = 2000;
+
 auto firstAbove(const std::vector<Node*>& byInode, Inode after) {
     return std::upper_bound(byInode.begin(), byInode.end(), after,
                             [](Inode inode, const Node* node) { return inode < node->inode; });
@@ -74,8 +77,11 @@ std::vector<ItemIdentifier> ItemTree::listedContainers() const {
 
 std::vector<ItemIdentifier> ItemTree::strays() const {
     std::vector<ItemIdentifier> result;
-    for (const auto& [inode, node] : nodes_)
-        if (node->place == Node::Place::shown && node->stray) result.push_back(node->identifier);
+    for (const Node* top : find(rootInode)->folder->byInode) {
+        if (!top->isFolder()) continue;
+        for (const Node* child : top->folder->byInode)
+            if (child->stray) result.push_back(child->identifier);
+    }
     return result;
 }
 
@@ -101,22 +107,39 @@ void ItemTree::closed(Inode inode) {
     dropIfUnused(*node);
 }
 
-void ItemTree::setContentSize(Inode inode, std::uint64_t bytes) {
-    if (Node* node = nodeOf(inode)) node->contentSize = bytes;
+bool ItemTree::setContentSize(Inode inode, std::uint64_t bytes) {
+    Node* node = nodeOf(inode);
+    if (!node) return false;
+    const auto shown = node->size();
+    node->contentSize = bytes;
+    return shown && *shown != bytes;
 }
 
-bool ItemTree::demandsDetail(Inode folder) {
+void ItemTree::walked(Inode folder) {
     Node* node = nodeOf(folder);
-    if (!node || !node->folder) return false;
-    return ++node->folder->detailRequests == 2;
+    if (node && node->folder) node->folder->walked = true;
 }
 
-Questions ItemTree::questions(const ChangeBatch& batch) const {
-    return planChanges(*this, batch).questions;
+std::vector<Item> ItemTree::comingNext(Inode file) {
+    const Node* node = find(file);
+    if (!node || !node->parent) return {};
+    Folder& folder = *node->parent->folder;
+    if (!folder.walked || ++folder.demands < demandsOfAWalk) return {};
+    if (file >= folder.aheadFrom && file < folder.aheadUntil) return {};
+    const auto next = children(*node->parent, file, filesAhead);
+    if (next.empty()) return {};
+    folder.aheadFrom = file;
+    folder.aheadUntil = next.back()->inode + 1;
+    std::vector<Item> result;
+    for (const Node* child : next)
+        if (!child->isFolder() && !child->size()) result.push_back(child->item());
+    return result;
 }
 
-std::vector<Invalidation> ItemTree::apply(const ChangeBatch& batch, Timestamp now) {
-    return TreeChange(*this, batch, now).apply();
+std::variant<Questions, std::vector<Invalidation>> ItemTree::apply(const ChangeBatch& batch, Timestamp now) {
+    TreeChange change(*this, batch, now);
+    if (!change.questions().empty()) return change.questions();
+    return change.apply();
 }
 
 Node& ItemTree::makeNode(const Item& item) {

@@ -16,6 +16,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <variant>
 #include <vector>
 
 #include "linux/mount/change_batch.h"
@@ -40,7 +41,7 @@ class ItemTree {
     std::string path(const Node& node) const;
     // All folders that have been listed, those nearer to the root first.
     std::vector<ItemIdentifier> listedContainers() const;
-    // Items that no listing of their folder would bring back.
+    // Items right under a brain that a listing of it might not bring back: orphans among them.
     std::vector<ItemIdentifier> strays() const;
     std::size_t size() const { return nodes_.size(); }
 
@@ -50,16 +51,19 @@ class ItemTree {
     void opened(Inode inode);
     void closed(Inode inode);
 
-    void setContentSize(Inode inode, std::uint64_t bytes);
-    // To be called whenever a file of the folder is asked for what only its content can tell; true the second
-    // time, when it's clear that somebody is walking through the folder.
-    bool demandsDetail(Inode folder);
+    // What the content turned out to have. True if another size was shown before.
+    bool setContentSize(Inode inode, std::uint64_t bytes);
 
-    // What has to be known in addition before the batch can be applied.
-    Questions questions(const ChangeBatch& batch) const;
-    // Applies the batch as one change, after its questions were answered. `now` stamps the folders whose
-    // children changed. Gives what the kernel must be told, in the order in which it must be.
-    std::vector<Invalidation> apply(const ChangeBatch& batch, Timestamp now);
+    // Somebody reads through the folder's entries.
+    void walked(Inode folder);
+    // Somebody asks of a file what only its content can tell. If it becomes clear that they go on like this
+    // through the whole folder, the files of unknown size that come next there, each once.
+    std::vector<Item> comingNext(Inode file);
+
+    // Applies the batch as one change and gives what the kernel must be told, in the order in which it must
+    // be; or, where something has to be known first, changes nothing and gives the questions. `now` stamps
+    // the folders whose children changed.
+    std::variant<Questions, std::vector<Invalidation>> apply(const ChangeBatch& batch, Timestamp now);
 
  private:
     friend class TreeChange;

@@ -1,7 +1,6 @@
 #define FUSE_USE_VERSION 314
 #include "linux/mount/kernel_notifier.h"
 
-#include <iterator>
 #include <utility>
 
 #include <fuse_lowlevel.h>
@@ -31,6 +30,10 @@ struct Send {
 
 KernelNotifier::KernelNotifier(fuse_session* session) : session_(session), thread_([this] { run(); }) {}
 
+KernelNotifier::~KernelNotifier() {
+    stop();
+}
+
 void KernelNotifier::stop() {
     {
         std::lock_guard hold(mutex_);
@@ -38,20 +41,31 @@ void KernelNotifier::stop() {
     }
     changed_.notify_one();
     if (thread_.joinable()) thread_.join();
+    for (auto& [inode, pending] : std::exchange(pending_, {}))
+        for (const auto& then : pending.waiting)
+            then();
 }
 
 void KernelNotifier::notify(std::vector<Invalidation> invalidations) {
     {
         std::lock_guard hold(mutex_);
-        queue_.insert(queue_.end(), std::make_move_iterator(invalidations.begin()),
-                      std::make_move_iterator(invalidations.end()));
+        if (stopping_) return;
+        for (auto& invalidation : invalidations) {
+            if (const auto* inode = std::get_if<InodeChanged>(&invalidation))
+                ++pending_[inode->inode].notifications;
+            queue_.push_back(std::move(invalidation));
+        }
     }
     changed_.notify_one();
 }
 
-bool KernelNotifier::isIdle() const {
-    std::lock_guard hold(mutex_);
-    return queue_.empty() && !sending_;
+void KernelNotifier::whenHeard(Inode inode, std::function<void()> then) {
+    {
+        std::lock_guard hold(mutex_);
+        const auto found = pending_.find(inode);
+        if (found != pending_.end()) return found->second.waiting.push_back(std::move(then));
+    }
+    then();
 }
 
 void KernelNotifier::run() {
@@ -59,19 +73,30 @@ void KernelNotifier::run() {
     while (true) {
         changed_.wait(hold, [this] { return stopping_ || !queue_.empty(); });
         if (stopping_) return;
-        const std::vector<Invalidation> batch = std::exchange(queue_, {});
-        sending_ = true;
+        const Invalidation next = std::move(queue_.front());
+        queue_.pop_front();
         hold.unlock();
-        for (const Invalidation& invalidation : batch) {
-            std::visit(Send{session_}, invalidation);
-            hold.lock();
-            const bool goOn = !stopping_;
-            hold.unlock();
-            if (!goOn) break;
-        }
+        send(next);
         hold.lock();
-        sending_ = false;
     }
+}
+
+void KernelNotifier::send(const Invalidation& invalidation) {
+    std::visit(Send{session_}, invalidation);
+    if (const auto* inode = std::get_if<InodeChanged>(&invalidation)) heard(inode->inode);
+}
+
+void KernelNotifier::heard(Inode inode) {
+    std::vector<std::function<void()>> waiting;
+    {
+        std::lock_guard hold(mutex_);
+        const auto found = pending_.find(inode);
+        if (found == pending_.end() || --found->second.notifications > 0) return;
+        waiting = std::move(found->second.waiting);
+        pending_.erase(found);
+    }
+    for (const auto& then : waiting)
+        then();
 }
 
 }  // namespace vorlinden::mount

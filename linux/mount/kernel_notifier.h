@@ -2,8 +2,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <deque>
+#include <functional>
 #include <mutex>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "linux/mount/change_batch.h"
@@ -18,25 +21,33 @@ namespace vorlinden::mount {
 class KernelNotifier {
  public:
     explicit KernelNotifier(fuse_session* session);
-    ~KernelNotifier() { stop(); }
+    ~KernelNotifier();
     KernelNotifier(const KernelNotifier&) = delete;
     KernelNotifier& operator=(const KernelNotifier&) = delete;
 
     void notify(std::vector<Invalidation> invalidations);
-    // Ends the thread and drops what hasn't gone out. The session must still be served meanwhile: a
-    // notification in flight may wait for a request in flight.
+    // Calls `then` once the kernel has heard all that is to be said of an inode's bytes and attributes so
+    // far: at once where there is nothing, else on the notifier's thread, which `then` must not hold up.
+    void whenHeard(Inode inode, std::function<void()> then);
+    // Ends the thread, drops what hasn't gone out and lets go whoever waits for it. The session must still be
+    // served meanwhile: a notification in flight may wait for a request in flight.
     void stop();
-    // Whether the kernel has heard everything so far.
-    bool isIdle() const;
 
  private:
+    struct Pending {
+        unsigned notifications = 0;
+        std::vector<std::function<void()>> waiting;
+    };
+
     void run();
+    void send(const Invalidation& invalidation);
+    void heard(Inode inode);
 
     fuse_session* const session_;
-    mutable std::mutex mutex_;  // guards the fields below; not held while the kernel is called
+    std::mutex mutex_;  // guards the fields below; not held while the kernel or a waiter is called
     std::condition_variable changed_;
-    std::vector<Invalidation> queue_;
-    bool sending_ = false;
+    std::deque<Invalidation> queue_;
+    std::unordered_map<Inode, Pending> pending_;  // inodes whose bytes or attributes are in the queue
     bool stopping_ = false;
     std::thread thread_;
 };

@@ -120,6 +120,7 @@ void TreeChange::bindKnown(Node& node, const Fate& fate) {
         if (!fate.inChangeSet && node.item() == item) return vouchFor(node, fate);
         tree_.refresh(node, item);
         vouchFor(node, fate);
+        if (!sameContent && node.parent) node.parent->folder->aheadUntil = 0;
     } else if (node.isFolder() != item.contentType.isDirectory() || (node.opens > 0 && !sameContent)) {
         tree_.unbind(node);
         if (node.folder) emptyOut(node);
@@ -222,11 +223,22 @@ void TreeChange::attach(Node& node, Node& folder, std::string shownName) {
     tree_.attach(node, folder, std::move(shownName));
 }
 
+// A folder's time never stands still when it changes: by it the kernel tells a listing of before from one of
+// now.
+void TreeChange::stamp(Folder& folder) const {
+    const auto last = folder.listingChanged;
+    if (last && *last >= now_)
+        folder.listingChanged = *last + std::chrono::milliseconds(1);
+    else
+        folder.listingChanged = now_;
+}
+
 void TreeChange::reportNames() {
+    std::unordered_set<const Node*> stamped;
     for (const auto& [folder, name, before] : before_) {
         const Node* now = tree_.child(*folder, name);
         if (newlyListed_.contains(folder) || (now ? now->inode : 0) == before) continue;
-        folder->folder->listingChanged = now_;
+        if (stamped.insert(folder).second) stamp(*folder->folder);
         if (!isKnownToKernel(*folder)) continue;
         changed(*folder, true);
         const Node* was = before == 0 ? nullptr : tree_.nodeOf(before);

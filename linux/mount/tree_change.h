@@ -18,6 +18,8 @@ namespace vorlinden::mount {
 class TreeChange {
  public:
     TreeChange(ItemTree& tree, const ChangeBatch& batch, Timestamp now);
+    // To be answered first, unless they are empty.
+    const Questions& questions() const { return plan_.questions; }
     std::vector<Invalidation> apply();
 
  private:
@@ -42,6 +44,7 @@ class TreeChange {
     void enterWithNewNames(Node& folder);
     void attach(Node& node, Node& folder, std::string shownName);
 
+    void stamp(Folder& folder) const;
     void reportNames();
     std::vector<Invalidation> report();
 

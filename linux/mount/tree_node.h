@@ -19,8 +19,8 @@ using platform::fileprovider::ItemIdentifier;
 
 using Inode = std::uint64_t;  // the kernel's number for a node
 inline constexpr Inode rootInode = 1;
-inline constexpr Inode firstFreeInode =
-    16;  // those below are special to the kernel or mark places in a listing
+// Those below are special to the kernel or mark places in a listing.
+inline constexpr Inode firstFreeInode = 16;
 
 struct Node;
 
@@ -31,7 +31,11 @@ struct Folder {
     std::unordered_map<std::string_view, Node*> byName;  // by shown name; the views point into the children
     std::vector<Node*> byInode;                          // the same children by rising inode
     std::optional<Timestamp> listingChanged;             // when children came or went, as far as seen here
-    unsigned detailRequests = 0;                         // see ItemTree::demandsDetail
+
+    // See ItemTree::comingNext.
+    bool walked = false;
+    unsigned demands = 0;
+    Inode aheadFrom = 0, aheadUntil = 0;
 };
 
 struct Node {

@@ -220,9 +220,11 @@ void FakeCatalogue::answer(const mount::Questions& questions, mount::ChangeBatch
 
 std::vector<mount::Invalidation> bring(mount::ItemTree& tree, const FakeCatalogue& catalogue,
                                        mount::ChangeBatch batch) {
-    for (auto questions = tree.questions(batch); !questions.empty(); questions = tree.questions(batch))
-        catalogue.answer(questions, batch);
-    return tree.apply(batch, platform::Timestamp(std::chrono::milliseconds(catalogue.anchor())));
+    while (true) {
+        auto outcome = tree.apply(batch, platform::Timestamp(std::chrono::milliseconds(catalogue.anchor())));
+        if (auto* told = std::get_if<std::vector<mount::Invalidation>>(&outcome)) return std::move(*told);
+        catalogue.answer(std::get<mount::Questions>(outcome), batch);
+    }
 }
 
 }  // namespace vorlinden::tests

@@ -206,10 +206,11 @@ TEST_F(TreeOverCatalogue, ChildrenThatOnlyTheirFolderSpeaksForFollowIt) {
     ChangeBatch::Listing listing{"server:x", catalogue.list(catalogue.at("b/x").identifier)};
     for (auto& item : listing.items)
         item.parentItemIdentifier = "server:x";
-    EXPECT_EQ(tree.questions(batch).containers, std::vector<ItemIdentifier>{"server:x"});
+    const auto questions = std::get<Questions>(tree.apply(batch, {}));
+    EXPECT_EQ(questions.containers, std::vector<ItemIdentifier>{"server:x"});
+    EXPECT_NE(tree.find(x)->identifier, "server:x") << "nothing changes before the questions are answered";
     batch.answers.push_back(listing);
-    EXPECT_TRUE(tree.questions(batch).empty());
-    tree.apply(batch, {});
+    EXPECT_TRUE(std::holds_alternative<std::vector<Invalidation>>(tree.apply(batch, {})));
     EXPECT_EQ(tree.find(x)->identifier, "server:x");
     EXPECT_EQ(tree.find(file)->parent, tree.find(x));
 }
@@ -304,6 +305,24 @@ TEST_F(TreeOverCatalogue, AnItemThatMovedToAnUnlistedFolderIsFoundThereLater) {
     sync();
     EXPECT_EQ(tree.find(file)->place, Node::Place::elsewhere);
     EXPECT_EQ(walk("b/y/file.md"), file);
+}
+
+TEST_F(TreeOverCatalogue, WhoWalksThroughAFolderInDetailIsRunAheadOf) {
+    for (int i = 0; i < 5; ++i)
+        catalogue.makeFile("b/" + std::to_string(i));
+    catalogue.makeBlob("b/blob", 7);
+    sync();
+    const Inode brain = lookIn("b");
+    const Inode first = walk("b/0");
+    EXPECT_TRUE(tree.comingNext(first).empty() && tree.comingNext(first).empty()) << "no walk, just one file";
+    tree.walked(brain);
+    tree.setContentSize(walk("b/3"), 1);
+    EXPECT_TRUE(tree.comingNext(first).empty()) << "one file may be chance";
+    EXPECT_EQ(tree.comingNext(first).size(), 3u) << "neither the blob nor what is known";
+    EXPECT_TRUE(tree.comingNext(walk("b/1")).empty()) << "once is enough";
+    catalogue.edit("b/1");
+    sync();
+    EXPECT_EQ(tree.comingNext(first).size(), 3u);
 }
 
 TEST_F(TreeOverCatalogue, ListingsHaveStablePlaces) {
