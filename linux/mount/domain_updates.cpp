@@ -32,6 +32,16 @@ std::string sentenceFor(const Error& error) {
     return "The catalogue of this machine can't be read. It is tried again from time to time.";
 }
 
+// Only an extension without a catalogue can't tell what the root is.
+bool answersForRoot(ReplicatedExtension& extension) {
+    try {
+        lookUpItem(extension, fp::rootContainerItemIdentifier);
+        return true;
+    } catch (const Error& error) {
+        return !hasCode(error, fp::cannotSynchronize);
+    }
+}
+
 void answer(ReplicatedExtension& source, const Questions& questions, ChangeBatch& batch) {
     for (const ItemIdentifier& container : questions.containers)
         batch.answers.emplace_back(ChangeBatch::Listing{container, listContainer(source, container)});
@@ -81,6 +91,8 @@ int Domain::State::listFolder(Inode folder) {
     } catch (const Error& error) {
         extensionFailed(error);
         return errnoOf(error);
+    } catch (const std::exception&) {  // trouble with this folder alone
+        return EIO;
     }
 }
 
@@ -167,12 +179,15 @@ void Domain::State::makeExtensionIfMissing() {
     extension = std::move(made);
 }
 
-// An object whose catalogue didn't open never opens it again; another is made after the pause.
+// An object whose catalogue didn't open never opens it again; another is made after the pause. A failure of
+// one read alone is no reason.
 void Domain::State::extensionFailed(const Error& error) {
+    const auto current = currentExtension();
+    const bool isOfNoUse = current && hasCode(error, fp::cannotSynchronize) && !answersForRoot(*current);
     std::shared_ptr<ReplicatedExtension> dropped;
     {
         std::lock_guard hold(mutex);
-        if (hasCode(error, fp::cannotSynchronize)) dropped = std::exchange(extension, nullptr);
+        if (isOfNoUse) dropped = std::exchange(extension, nullptr);
         const auto now = std::chrono::steady_clock::now();
         if (!retryAt || *retryAt <= now) {
             pause = std::clamp<std::chrono::milliseconds>(pause * 2, firstPause, longestPause);
@@ -239,6 +254,8 @@ void Domain::State::bringUpToDate() {
         extensionWorks();
     } catch (const Error& error) {
         extensionFailed(error);
+    } catch (const std::exception& failure) {  // this thread's edge: nobody above it could tell the person
+        extensionFailed(Error(fp::errorDomain, fp::serverUnreachable, failure.what()));
     }
 }
 

@@ -55,8 +55,14 @@ FuseSession::Descriptor::~Descriptor() {
 
 FuseSession::FuseSession(FuseOperations& operations, const std::filesystem::path& mountPoint)
     : stop_(eventfd(0, EFD_CLOEXEC)), session_(newSession(operations)) {
+    if (stop_.get() < 0) throw platform::FileError(errno, "");
     mountAt(session_.get(), mountPoint);
-    notifier_ = std::make_unique<KernelNotifier>(session_.get());
+    try {
+        notifier_ = std::make_unique<KernelNotifier>(session_.get());
+    } catch (...) {
+        fuse_session_unmount(session_.get());
+        throw;
+    }
     operations.setNotifier(notifier_.get());
 }
 
