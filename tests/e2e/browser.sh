@@ -12,7 +12,7 @@ kill_browser() {
     curl -s -X DELETE "$driver/session/${session-}" >/dev/null || true
     for name in login driver display; do stop "$name"; done
 }
-trap 'status=$?; kill_browser; (exit $status); cleanup' EXIT
+trap 'status=$?; set +e; kill_browser; (exit $status); cleanup' EXIT
 
 mkdir -p "$work/files"
 echo hello >"$work/files/a.txt"
