@@ -1,7 +1,5 @@
 #include "synckit/auth/token_manager.h"
 
-#include <deque>
-
 #include "synckit/catalogue/metadata_store.h"
 
 namespace vorlinden {
@@ -28,46 +26,6 @@ std::function<std::string()> storedClientId(std::shared_ptr<MetadataStore> store
 
 TokenManagerError::TokenManagerError(Reason why) : Failure(describe(why)), reason(why) {}
 
-// Filled by the manager, emptied by the one task that reads.
-struct SessionUpdates::Buffer {
-    std::mutex mutex;  // guards all below; after the manager's own
-    std::deque<SessionState> states;
-    bool closed = false;
-    platform::Signal arrival;  // for the task that waits
-
-    void push(SessionState state) {
-        std::lock_guard hold(mutex);
-        states.push_back(state);
-        arrival.set();
-    }
-    void close() {
-        std::lock_guard hold(mutex);
-        closed = true;
-        arrival.set();
-    }
-    // What next() is to give, or nothing: then `arrival` is a fresh one to wait for.
-    std::optional<std::optional<SessionState>> take() {
-        std::lock_guard hold(mutex);
-        if (!states.empty()) {
-            const auto state = states.front();
-            states.pop_front();
-            return state;
-        }
-        if (closed) return std::optional<SessionState>();
-        arrival = {};
-        return std::nullopt;
-    }
-};
-
-Task<std::optional<SessionState>> SessionUpdates::next() {
-    const auto buffer = buffer_;
-    for (;;) {
-        if (auto taken = buffer->take()) co_return *taken;
-        const auto arrival = buffer->arrival;
-        co_await arrival.wait();
-    }
-}
-
 // The outcome is written before `ended` is set and only read afterwards.
 struct TokenManager::Refresh {
     platform::Signal ended;
@@ -87,11 +45,6 @@ TokenManager::TokenManager(platform::Executor executor, URL baseURL, std::shared
     : TokenManager(std::move(executor), std::move(baseURL), std::move(transport), std::move(tokens),
                    storedClientId(std::move(metadata))) {}
 
-TokenManager::~TokenManager() {
-    for (const auto& subscriber : subscribers_)
-        if (const auto buffer = subscriber.lock()) buffer->close();
-}
-
 SessionState TokenManager::state() const {
     std::lock_guard hold(mutex_);
     return state_;
@@ -100,16 +53,12 @@ SessionState TokenManager::state() const {
 void TokenManager::setState(SessionState state) {
     if (state == state_) return;
     state_ = state;
-    for (const auto& subscriber : subscribers_)
-        if (const auto buffer = subscriber.lock()) buffer->push(state);
+    subscribers_.send(state);
 }
 
 SessionUpdates TokenManager::updates() {
     std::lock_guard hold(mutex_);
-    std::erase_if(subscribers_, [](const auto& subscriber) { return subscriber.expired(); });
-    auto buffer = std::make_shared<SessionUpdates::Buffer>();
-    subscribers_.push_back(buffer);
-    return SessionUpdates(std::move(buffer));
+    return subscribers_.subscribe();
 }
 
 SessionState TokenManager::restoreSession() {

@@ -17,18 +17,16 @@
 #include <optional>
 #include <string>
 #include <variant>
-#include <vector>
 
 #include "synckit/auth/keychain_token_store.h"
 #include "synckit/auth/oauth_client.h"
+#include "synckit/auth/session_updates.h"
 #include "synckit/server/http_transport.h"
 #include "synckit/server/sync_errors.h"
 
 namespace vorlinden {
 
 class MetadataStore;
-
-enum class SessionState { signedIn, signedOut };
 
 struct TokenManagerError : Failure {
     enum class Reason { signedOut, missingRefreshToken };
@@ -41,22 +39,6 @@ struct TokenManagerError : Failure {
     bool operator==(const TokenManagerError&) const = default;
 };
 
-// The changes of a session's state from the moment it was made, none lost and none coalesced. Dropping it
-// ends the subscription. One task at a time may wait in next().
-class SessionUpdates {
- public:
-    struct Buffer;
-    explicit SessionUpdates(std::shared_ptr<Buffer> buffer) : buffer_(std::move(buffer)) {}
-    SessionUpdates(SessionUpdates&&) = default;
-    SessionUpdates& operator=(SessionUpdates&&) = default;
-
-    // The next change, or absent when the manager is gone and all of them have been taken. CancelledError.
-    Task<std::optional<SessionState>> next();
-
- private:
-    std::shared_ptr<Buffer> buffer_;
-};
-
 class TokenManager : public TokenProviding, public std::enable_shared_from_this<TokenManager> {
  public:
     // `clientId` is asked at each refresh, outside mutex_; what it throws surfaces.
@@ -65,7 +47,6 @@ class TokenManager : public TokenProviding, public std::enable_shared_from_this<
     // The client id of the catalogue; signedOut when it has none.
     TokenManager(platform::Executor executor, URL baseURL, std::shared_ptr<HTTPTransport> transport,
                  std::shared_ptr<TokenPersisting> tokens, std::shared_ptr<MetadataStore> metadata);
-    ~TokenManager() override;
 
     SessionState state() const;
     SessionState restoreSession();
@@ -104,7 +85,7 @@ class TokenManager : public TokenProviding, public std::enable_shared_from_this<
     mutable std::mutex mutex_;  // guards the fields below and the steps on tokens_
     std::optional<AuthServerMetadata> metadata_;
     std::shared_ptr<Refresh> inFlight_;
-    std::vector<std::weak_ptr<SessionUpdates::Buffer>> subscribers_;
+    SessionBroadcast subscribers_;
     SessionState state_ = SessionState::signedOut;
 };
 
