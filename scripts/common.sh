@@ -66,15 +66,14 @@ build() {
     step "built $folder in $((SECONDS - started)) s"
 }
 
-# Ninja's lines as one changing line on a terminal, and every tenth of the way elsewhere.
+# Ninja's lines as one changing line on a terminal. Elsewhere nothing: a log is read for what went wrong, at its end.
 show_progress() {
     local live=0
     [[ -t 1 ]] && live=1
     awk -v live="$live" '
-        match($0, /^\[[0-9]+\/[0-9]+\]/) {
+        live && match($0, /^\[[0-9]+\/[0-9]+\]/) {
             split(substr($0, 2, RLENGTH - 2), n, "/")
-            if (live) printf "\r   %d of %d ", n[1], n[2]
-            else if (int(10 * n[1] / n[2]) > tenth) { tenth = int(10 * n[1] / n[2]); printf "   %d of %d\n", n[1], n[2] }
+            printf "\r   %d of %d ", n[1], n[2]
             fflush()
         }
         END { if (live) printf "\r%40s\r", "" }'
