@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
+#include <set>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -175,6 +176,16 @@ class PosixFileSystem final : public FileSystem {
         Temporary temporary(folderOf(path));
         writeAll(temporary.file(), data.span(), temporary.path());
         temporary.renameTo(path);
+    }
+
+    void flush(const std::vector<fs::path>& files) override {
+        std::set<fs::path> folders;
+        for (const fs::path& path : files) {
+            if (::fsync(Descriptor::open(path, O_RDONLY).get()) != 0) throw errnoFailure(path);
+            folders.insert(folderOf(path));
+        }
+        for (const fs::path& folder : folders)
+            flushFolder(folder);
     }
 
     void remove(const fs::path& path) override {

@@ -26,6 +26,16 @@ void HookedFiles::writeAtomically(const platform::Data& data, const Path& path) 
     after(FileOperation::write, path).writeAtomically(data, path);
 }
 
+void HookedFiles::writeUnflushed(const platform::Data& data, const Path& path) {
+    after(FileOperation::write, path).writeUnflushed(data, path);
+}
+
+void HookedFiles::flush(const std::vector<Path>& files) {
+    for (const Path& path : files)
+        after(FileOperation::flush, path);
+    below_->flush(files);
+}
+
 void HookedFiles::remove(const Path& path) {
     after(FileOperation::remove, path).remove(path);
 }

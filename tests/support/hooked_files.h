@@ -9,7 +9,7 @@
 
 namespace vorlinden::tests {
 
-enum class FileOperation { exists, createDirectories, read, write, remove, list, sweep, openLock };
+enum class FileOperation { exists, createDirectories, read, write, flush, remove, list, sweep, openLock };
 
 // The file system below it, with a look before each operation: `before` may throw a FileError, which then is
 // the operation's outcome. Set `before` while no operation runs.
@@ -27,6 +27,8 @@ class HookedFiles : public platform::FileSystem {
     void createDirectories(const Path& path) override;
     platform::Data read(const Path& path) override;
     void writeAtomically(const platform::Data& data, const Path& path) override;
+    void writeUnflushed(const platform::Data& data, const Path& path) override;
+    void flush(const std::vector<Path>& files) override;  // `before` sees each file
     void remove(const Path& path) override;
     std::vector<std::string> list(const Path& folder) override;
     void sweepTemporaries(const Path& folder) override;
