@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -137,34 +138,53 @@ class MetadataStore {
     template <class Body>
     auto inTransaction(Body&& body) -> std::invoke_result_t<Body> {
         std::lock_guard hold(lock_);
-        const TransactionCaches caches(*this);
-        return database_.transaction(true, std::forward<Body>(body));
+        if (database_.transactionDepth() > 0) return database_.transaction(true, std::forward<Body>(body));
+        const TransactionScope scope(*this);
+        return database_.transaction(true, [&]() -> std::invoke_result_t<Body> {
+            if constexpr (std::is_void_v<std::invoke_result_t<Body>>) {
+                std::forward<Body>(body)();
+                runBeforeCommit();
+            } else {
+                std::invoke_result_t<Body> value = std::forward<Body>(body)();
+                runBeforeCommit();
+                return value;
+            }
+        });
     }
 
+    // Only inside inTransaction(): `action` runs when the outermost body has ended well, just before the
+    // commit, which its throw turns into a rollback. For what can be done once for many steps. Dropped after
+    // a rollback.
+    void beforeCommit(std::function<void()> action);
     // The paths that a new file of the brain may not take, as the running transaction sees them. Only inside
     // inTransaction(), at whose end the reference dies.
     const TakenPaths& takenPaths(const UUID& brainId);
 
  private:
-    // Drops what was remembered for a transaction when the outermost level of it has ended.
-    class TransactionCaches {
+    // Drops what belongs to the transaction when it has ended, whatever its end was.
+    class TransactionScope {
      public:
-        explicit TransactionCaches(MetadataStore& store) : store_(store) {}
-        ~TransactionCaches() {
-            if (store_.database_.transactionDepth() == 0) store_.takenPaths_.clear();
+        explicit TransactionScope(MetadataStore& store) : store_(store) {}
+        ~TransactionScope() {
+            store_.takenPaths_.clear();
+            store_.beforeCommit_.clear();
         }
-        TransactionCaches(const TransactionCaches&) = delete;
-        TransactionCaches& operator=(const TransactionCaches&) = delete;
+        TransactionScope(const TransactionScope&) = delete;
+        TransactionScope& operator=(const TransactionScope&) = delete;
 
      private:
         MetadataStore& store_;
     };
 
+    void runBeforeCommit();
+    void requireTransaction(const char* operation) const;  // throws std::logic_error outside one
+
     // Taken after the execution lock and before SQLite's own; guards every use of database_.
     std::recursive_mutex lock_;
     SQLiteDatabase database_;
-    std::unordered_map<UUID, TakenPaths>
-        takenPaths_;  // of the running transaction, kept current by its writes
+    // Of the running transaction: kept current by its writes, and run before its commit.
+    std::unordered_map<UUID, TakenPaths> takenPaths_;
+    std::vector<std::function<void()>> beforeCommit_;
 };
 
 }  // namespace vorlinden

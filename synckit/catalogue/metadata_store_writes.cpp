@@ -124,7 +124,7 @@ void MetadataStore::redirectPendingMove(std::int64_t id, std::string_view path) 
 
 const TakenPaths& MetadataStore::takenPaths(const UUID& brainId) {
     std::lock_guard hold(lock_);
-    if (database_.transactionDepth() == 0) throw std::logic_error("takenPaths() outside a transaction");
+    requireTransaction("takenPaths");
     auto taken = takenPaths_.find(brainId);
     if (taken == takenPaths_.end())
         taken = takenPaths_.emplace(brainId, TakenPaths(allNodes(brainId), pendingChanges(brainId))).first;
@@ -165,6 +165,22 @@ void MetadataStore::setMeta(const std::optional<std::string>& value, std::string
                     "ON CONFLICT(key) DO UPDATE SET value = excluded.value",
                     {key, *value})
         .run();
+}
+
+void MetadataStore::beforeCommit(std::function<void()> action) {
+    std::lock_guard hold(lock_);
+    requireTransaction("beforeCommit");
+    beforeCommit_.push_back(std::move(action));
+}
+
+void MetadataStore::runBeforeCommit() {
+    for (std::size_t i = 0; i < beforeCommit_.size(); ++i)  // an action may add another
+        std::exchange(beforeCommit_[i], nullptr)();
+}
+
+void MetadataStore::requireTransaction(const char* operation) const {
+    if (database_.transactionDepth() == 0)
+        throw std::logic_error(std::string(operation) + "() outside a transaction");
 }
 
 }  // namespace vorlinden

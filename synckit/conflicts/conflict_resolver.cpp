@@ -163,7 +163,7 @@ ConflictCopy ConflictResolver::makeConflictCopy(const UUID& brainId, const std::
         spool_.write(data, ConflictSpool::nodeKey(copy.nodeId));
     } else {
         journalId = store_->enqueue(uploadOf(copy, store_->cursor(brainId)));
-        spool_.writeNewCopy(data, journalId);
+        spoolCopy(data, journalId);
     }
     tell(copyEvent(reason, brainId, path, copy.path, stamp));
 
@@ -171,6 +171,19 @@ ConflictCopy ConflictResolver::makeConflictCopy(const UUID& brainId, const std::
     std::lock_guard hold(stateLock_);
     createdCopies_.push_back(made);
     return made;
+}
+
+// A pull after a day offline may make a thousand copies: their bytes become durable together, before the
+// commit that makes anything refer to them.
+void ConflictResolver::spoolCopy(const Data& data, std::int64_t journalId) {
+    spool_.stageNewCopy(data, journalId);
+    auto keys = unflushed_.lock();
+    if (!keys) {
+        keys = std::make_shared<std::vector<std::string>>();
+        unflushed_ = keys;
+        store_->beforeCommit([spool = spool_, keys] { spool.flush(*keys); });
+    }
+    keys->push_back(ConflictSpool::copyKey(journalId));
 }
 
 // As it may stand in a file name: no separators of any system, no blanks at its ends, not empty.

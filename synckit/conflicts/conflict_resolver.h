@@ -109,6 +109,7 @@ class ConflictResolver : public std::enable_shared_from_this<ConflictResolver> {
     // that the catalogue shows as taken.
     ConflictCopy makeConflictCopy(const UUID& brainId, const std::string& path, const Data& data,
                                   ConflictCopyReason reason, const CanonicalPathSet& reserved = {});
+    void spoolCopy(const Data& data, std::int64_t journalId);
     std::string safeDeviceName() const;
     BounceResult keepAsCopy(const UUID& brainId, const std::string& path,
                             std::optional<std::int64_t> journalId, const Data& data,
@@ -123,6 +124,10 @@ class ConflictResolver : public std::enable_shared_from_this<ConflictResolver> {
     const ConflictSpool spool_;
     const Now now_;
     const LocalContent localContent_;
+
+    // The copies' spool keys that the running transaction has still to flush; gone with it. Guarded by the
+    // store's lock.
+    std::weak_ptr<std::vector<std::string>> unflushed_;
 
     mutable std::mutex stateLock_;  // innermost; guards createdCopies_, held across no other call
     std::vector<ConflictCopy> createdCopies_;

@@ -124,6 +124,19 @@ void ConflictSpool::writeNewCopy(const Data& bytes, std::int64_t journalId) cons
     write(bytes, copyKey(journalId));
 }
 
+void ConflictSpool::stageNewCopy(const Data& bytes, std::int64_t journalId) const {
+    remove(editKey(journalId));
+    files_->createDirectories(directory_);
+    files_->writeUnflushed(bytes, file(copyKey(journalId)));
+}
+
+void ConflictSpool::flush(const std::vector<std::string>& keys) const {
+    std::vector<std::filesystem::path> paths;
+    for (const auto& key : keys)
+        paths.push_back(file(key));
+    files_->flush(paths);
+}
+
 std::optional<Data> ConflictSpool::pendingBytes(std::int64_t journalId) const {
     if (auto bytes = read(editKey(journalId))) return bytes;
     return read(copyKey(journalId));

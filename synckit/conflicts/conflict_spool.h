@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/files.h"
 #include "synckit/types.h"
@@ -43,6 +44,9 @@ class ConflictSpool {
     // A journal row has one entry: each of these removes the other kind first.
     void writeNewEdit(const Data& bytes, std::int64_t journalId) const;
     void writeNewCopy(const Data& bytes, std::int64_t journalId) const;
+    // writeNewCopy() without making the entry durable: flush() does so for many entries at once.
+    void stageNewCopy(const Data& bytes, std::int64_t journalId) const;
+    void flush(const std::vector<std::string>& keys) const;
     // The edit entry of a journal row, else its copy entry.
     std::optional<Data> pendingBytes(std::int64_t journalId) const;
 
