@@ -103,13 +103,13 @@ rc::Gen<PendingChange> anyChange() {
 }
 
 RC_GTEST_PROP(CollisionIndex, FindsWhatAskingEachChangeFinds, ()) {
-    const auto journal = *rc::gen::container<std::vector<PendingChange>>(anyChange());
+    const auto journal = *rc::gen::scale(0.3, rc::gen::container<std::vector<PendingChange>>(anyChange()));
     CollisionIndex index(journal);
     std::unordered_set<std::string> seen;
     for (const std::string cursor : {"c0", "c1", "c2"}) {
         index.beginEntry(cursor);
         seen.insert(cursor);
-        for (const auto& op : *rc::gen::container<std::vector<Op>>(anyOp())) {
+        for (const auto& op : *rc::gen::scale(0.3, rc::gen::container<std::vector<Op>>(anyOp()))) {
             std::vector<std::size_t> expected;
             for (std::size_t i = 0; i < journal.size(); ++i) {
                 const auto& base = journal[i].baseCursor;
