@@ -138,7 +138,7 @@ class PosixFileSystem final : public FileSystem {
     bool exists(const fs::path& path) override {
         struct stat status {};
         if (::stat(path.c_str(), &status) == 0) return true;
-        if (errno == ENOENT || errno == ENOTDIR) return false;
+        if (errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG) return false;
         throw errnoFailure(path);
     }
 

@@ -26,7 +26,7 @@ namespace ResetPlanner {
 // One transaction under the store's lock. Nodes are matched by the server's identifiers, so a changed path is
 // a move. Local-only rows stay unless the snapshot claims their very path. An absent cursor empties the
 // brain, whatever the snapshot holds. The journal is not looked at: with pending changes about,
-// ConflictResolver:: applyReset() is the one to call. Throws what the store throws
+// ConflictResolver::applyReset() is the one to call. Throws what the store throws
 // (MetadataStoreError::unknownBrain if the brain has no row); the catalogue is then as it was.
 ResetPlan applySnapshot(const std::vector<SnapshotNode>& snapshot, const UUID& brainId,
                         const std::optional<std::string>& responseCursor, MetadataStore& store);

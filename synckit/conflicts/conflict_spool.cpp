@@ -1,5 +1,6 @@
 #include "synckit/conflicts/conflict_spool.h"
 
+#include <cerrno>
 #include <charconv>
 #include <iterator>
 #include <unordered_set>
@@ -103,7 +104,12 @@ void ConflictSpool::write(const Data& bytes, const std::string& key) const {
 
 std::optional<Data> ConflictSpool::read(const std::string& key) const {
     if (!exists(key)) return std::nullopt;
-    return files_->read(file(key));
+    try {
+        return files_->read(file(key));
+    } catch (const platform::FileError& error) {
+        if (error.code != ENOENT) throw;
+        return std::nullopt;  // another process took it just now
+    }
 }
 
 bool ConflictSpool::exists(const std::string& key) const {
@@ -111,7 +117,12 @@ bool ConflictSpool::exists(const std::string& key) const {
 }
 
 void ConflictSpool::remove(const std::string& key) const {
-    if (exists(key)) files_->remove(file(key));
+    if (!exists(key)) return;
+    try {
+        files_->remove(file(key));
+    } catch (const platform::FileError& error) {
+        if (error.code != ENOENT) throw;  // another process took it just now
+    }
 }
 
 void ConflictSpool::writeNewEdit(const Data& bytes, std::int64_t journalId) const {

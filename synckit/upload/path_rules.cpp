@@ -14,6 +14,8 @@ std::string folded(std::string_view path) {
 
 bool isNormalizedWritePath(std::string_view path) {
     if (path.find_first_of(std::string_view("\\\0", 2)) != std::string_view::npos) return false;
+    if (!platform::isValidUTF8(path))
+        return false;  // a name of the local disk may be any bytes; JSON holds text
     for (auto rest = path;;) {
         const auto slash = rest.find('/');
         const auto piece = rest.substr(0, slash);

@@ -5,8 +5,8 @@
 
 namespace vorlinden::PathRules {
 
-// Whether the server would take `path` as it stands: not empty, no backslash, no NUL, no component that is
-// empty, "." or "..". Nothing is normalised and no length is limited.
+// Whether the server would take `path` as it stands: text (UTF-8), not empty, no backslash, no NUL, no
+// component that is empty, "." or "..". Nothing is normalised and no length is limited.
 bool isNormalizedWritePath(std::string_view path);
 
 // Whether two different paths would be one on a file system that folds case or composes Unicode.

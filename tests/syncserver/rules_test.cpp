@@ -60,6 +60,7 @@ TEST(Rules, PathsTitlesAndJunkAreTheClients) {
                                             "._file",
                                             " ",
                                             "caf\xC3\xA9/\xE2\x80\x93.txt",
+                                            "caf\xE9.txt",
                                             ".DS_Store/a"};
     for (const auto& path : paths) {
         EXPECT_EQ(server::isValidPath(path), PathRules::isNormalizedWritePath(path)) << path;

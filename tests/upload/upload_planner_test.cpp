@@ -238,7 +238,7 @@ TEST(IgnoreList, KnowsJunkByItsWholeLastName) {
 TEST(PathRules, RefusesWhatTheServerWould) {
     for (const auto* path : {"a", "a b/c", ".../x", ".hidden", "a\tb\n", "..a/a.."})
         EXPECT_TRUE(PathRules::isNormalizedWritePath(path)) << path;
-    for (const auto* path : {"", "/", "/a", "a/", "a//b", ".", "..", "a/./b", "a/..", "a\\b"})
+    for (const auto* path : {"", "/", "/a", "a/", "a//b", ".", "..", "a/./b", "a/..", "a\\b", "caf\xE9"})
         EXPECT_FALSE(PathRules::isNormalizedWritePath(path)) << path;
     EXPECT_FALSE(PathRules::isNormalizedWritePath(std::string_view("a\0b", 3)));
 }
