@@ -99,6 +99,7 @@ void CurlTransfer::setUp() {
 void CurlTransfer::setUpRequest() {
     set(CURLOPT_URL, request_.url.absoluteString().c_str());
     set(CURLOPT_PATH_AS_IS, 1L);
+    set(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_NONE));  // a name and password in a URL go nowhere
     if (request_.url.isLoopback()) set(CURLOPT_PROXY, "");
     if (request_.body) {
         const bool empty = request_.body->empty();

@@ -2,7 +2,7 @@
 //
 // Reading: UTF-8 is checked, nesting is at most 64 levels deep, and a key that an object holds twice is an
 // error (which of the two the sender meant can't be known). Keys that nobody asks for are ignored. A JSON
-// null counts as absent where a key is optional, and as the wrong type where it is required. Every failure is
+// null counts as absent, and as a missing key where it is required. Every failure is
 // a JSONError that says where in the document it arose.
 #pragma once
 

@@ -50,8 +50,9 @@ class FileSecretStore final : public SecretStore {
 
     std::int32_t update(const SecretName& name, const Data& secret) override {
         return statusOf([&] {
-            checkEntry(name);
-            write(name, secret);
+            checkFolder();
+            if (!files_->exists(fileOf(name))) throw Refusal{itemNotFound};
+            write(name, secret);  // also over a file that others can read: the new one is private
         });
     }
 
@@ -127,8 +128,7 @@ std::optional<std::string> secretStatusText(std::int32_t status) {
             return "There is no such secret.";
         case SecretStore::notPrivate:
             return "The stored secrets can be read or changed by others, or belong to another user. Take "
-                   "away "
-                   "the access of others (chmod 700 for the folder, 600 for the files) or sign in again.";
+                   "away the access of others: chmod 700 for the folder, 600 for the files.";
         case SecretStore::ioFailure:
             return "The stored secrets can't be read or written.";
         case SecretStore::internalError:

@@ -7,6 +7,7 @@
 #include "platform/failure.h"
 #include "platform/text.h"
 #include "platform/url.h"
+#include "synckit/auth/keychain_token_store.h"
 #include "synckit/container/app_group.h"
 
 namespace vorlinden::host {
@@ -22,7 +23,29 @@ bool hasPossiblePort(const platform::URL& url) {
     return error == std::errc{} && end == digits.data() + digits.size() && port != 0;
 }
 
+bool holdsUserInfo(const platform::URL& url) {
+    const std::string_view text = url.absoluteString();
+    const auto authority = text.substr(text.find("//") + 2);
+    return authority.substr(0, authority.find('/')).find('@') != std::string_view::npos;
+}
+
+bool isSignedIn(const platform::System& system) {
+    try {
+        return KeychainTokenStore(system.secrets, KeychainTokenStore::defaultService,
+                                  AppGroup::keychainAccessGroup)
+            .load()
+            .has_value();
+    } catch (const platform::Failure&) {
+        return false;  // what can't be read can't be sent to anybody either
+    }
+}
+
 }  // namespace
+
+SignedInElsewhere::SignedInElsewhere(const std::string& server)
+    : Failure("You are signed in to " + server +
+              ", and that sign-in must not be shown to another server. Sign out first with `vorlinden "
+              "logout`.") {}
 
 BaseURLSetting baseURLSetting(const platform::System& system) {
     const auto defaults = AppGroup::defaults(system);
@@ -42,6 +65,7 @@ std::optional<std::string> objectionToBaseURL(std::string_view text) {
     const auto scheme = platform::lowerCased(url->scheme().value_or(""));
     if (scheme != "http" && scheme != "https") return "it has to begin with https:// or http://";
     if (url->host().value_or("").empty()) return "it names no host";
+    if (holdsUserInfo(*url)) return "it holds a name or password; `vorlinden login` asks for them";
     if (!hasPossiblePort(*url)) return "its port is not a number from 1 to 65535";
     if (url->encodedQuery() || trimmed.find('#') != std::string::npos) {
         return "what follows \"?\" or \"#\" would be left out";
@@ -61,6 +85,9 @@ void setBaseURL(const platform::System& system, std::optional<std::string> text)
     const auto defaults = AppGroup::defaults(system);
     if (!defaults) throw platform::FileError::noSuchFile();
     if (text) text = platform::trimmed(*text);
+    const URL now = AppGroup::baseURL(defaults->string(AppGroup::baseURLOverrideKey));
+    if (AppGroup::baseURL(text).origin() != now.origin() && isSignedIn(system))
+        throw SignedInElsewhere(now.absoluteString());
     defaults->set(AppGroup::baseURLOverrideKey, std::move(text));
 }
 

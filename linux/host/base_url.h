@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/failure.h"
 #include "platform/system.h"
 
 namespace vorlinden::host {
@@ -24,7 +25,13 @@ std::optional<std::string> objectionToBaseURL(std::string_view text);
 // Whether requests to this address, tokens included, could be read on their way: http to another machine.
 bool isReadableOnTheWay(std::string_view text);
 
-// Stores a text without an objection, or removes the setting. Throws FileError.
+// A session belongs to the server that gave it: its tokens would be sent to whatever server is set.
+struct SignedInElsewhere : platform::Failure {
+    explicit SignedInElsewhere(const std::string& server);
+};
+
+// Stores a text without an objection, or removes the setting. Throws FileError, and SignedInElsewhere while
+// somebody is signed in and the new address is another server's.
 void setBaseURL(const platform::System& system, std::optional<std::string> text);
 
 }  // namespace vorlinden::host

@@ -32,6 +32,8 @@ void KeychainTokenStore::save(const TokenSet& tokens) {
     const Data secret(object.text().text);
     auto status = secrets_->update(name_, secret);
     if (status == SecretStore::itemNotFound) status = secrets_->add(name_, secret);
+    if (status == SecretStore::duplicateItem)
+        status = secrets_->update(name_, secret);  // the last write wins
     check(status);
 }
 

@@ -67,7 +67,6 @@ Task<ClientRegistration> OAuthClient::registerClient(std::string clientName,
 
 Task<ClientRegistration> OAuthClient::registerClient(AuthServerMetadata metadata, std::string clientName,
                                                      std::vector<std::string> redirectURIs) const {
-    requireTrustworthy(metadata.registrationEndpoint);
     return postRegistration(metadata.registrationEndpoint, std::move(clientName), std::move(redirectURIs));
 }
 

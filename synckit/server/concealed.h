@@ -7,8 +7,9 @@
 
 namespace vorlinden {
 
-// `text` with each occurrence of `secret`, plain or percent-encoded, replaced by "[secret]". A secret of
-// fewer than 16 bytes is none worth the name, and is left alone: it would tear ordinary words apart.
+// `text` with each occurrence of `secret`, plain, percent-encoded or with its slashes escaped, replaced by
+// "[secret]". A secret of fewer than 16 bytes is none worth the name, and is left alone: it would tear
+// ordinary words apart.
 std::string concealed(std::string text, std::string_view secret);
 
 }  // namespace vorlinden

@@ -38,6 +38,13 @@ done
 
 sign_in
 "$vorlinden" sync --once
+
+story "a sign-in is not shown to another server"
+expect 1 "$vorlinden" config base-url http://127.0.0.1:1
+says "vorlinden logout"
+expect 0 "$vorlinden" config base-url "$url/"
+expect 0 "$vorlinden" config base-url "$url"
+
 group="$XDG_DATA_HOME/vorlinden/Group Containers/Q4TRW71B6N.ai.vorlinden.desktop"
 catalogue="$group/Library/Application Support/Vorlinden/sync.sqlite"
 [[ -f $catalogue ]] || catalogue=$(find "$XDG_DATA_HOME" -name sync.sqlite)

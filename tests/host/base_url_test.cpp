@@ -21,10 +21,10 @@ TEST_F(BaseURLSettingTest, WhatIsAcceptedIsWhatTheLibraryUses) {
 }
 
 TEST_F(BaseURLSettingTest, WhatWouldBePassedOverIsRefusedWithAReason) {
-    for (const std::string text :
-         {"", "  \n", "sync.example.com", "localhost:8080", "htp://sync.example.com",
-          "ftp://sync.example.com", "https://", "https:///path", "http://a b", "https://host:99999",
-          "https://host:0", "https://host/?a=b", "https://host/#x"}) {
+    for (const std::string text : {"", "  \n", "sync.example.com", "localhost:8080", "htp://sync.example.com",
+                                   "ftp://sync.example.com", "https://", "https:///path", "http://a b",
+                                   "https://host:99999", "https://host:0", "https://me:pw@host",
+                                   "https://me@host/path", "https://host/?a=b", "https://host/#x"}) {
         const auto objection = objectionToBaseURL(text);
         ASSERT_TRUE(objection) << text;
         EXPECT_FALSE(objection->empty());

@@ -82,6 +82,18 @@ TEST_F(URLSessionTest, SendsTheRequestAsItIsAndGivesTheWholeAnswer) {
     EXPECT_EQ(response.http->header("x-two"), std::nullopt);
 }
 
+TEST_F(URLSessionTest, SendsNoNameAndPasswordThatStandInTheURL) {
+    std::string head;
+    LoopbackServer server([&](const auto& request) {
+        head = request.head;
+        return LoopbackServer::response("hello");
+    });
+    auto text = server.url().absoluteString();
+    text.insert(text.find("//") + 2, "me:pw@");
+    EXPECT_EQ(send({.url = *URL::parse(text)}).http->status, 200);
+    EXPECT_EQ(head.find("Authorization"), std::string::npos) << head;
+}
+
 TEST_F(URLSessionTest, UsesOneConnectionForRequestsInTurn) {
     LoopbackServer server(
         [](const auto&) { return LoopbackServer::response("x", "200 OK", "Set-Cookie: a=b\r\n"); });
