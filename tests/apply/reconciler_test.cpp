@@ -57,10 +57,7 @@ class ReconcilerTest : public testing::Test {
 
     NodeRecord at(const std::string& path) { return catalogue->nodeByPath(brain, path).value(); }
     Lines tree() { return tests::tree(*catalogue, brain); }
-    Lines logged() {
-        auto raw = catalogue.raw();
-        return tests::log(raw, anchor);
-    }
+    Lines logged() { return tests::log(catalogue, anchor); }
 
     tests::Catalogue catalogue;
     tests::SeededRandom random;

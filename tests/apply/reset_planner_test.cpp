@@ -51,10 +51,7 @@ class ResetPlannerTest : public testing::Test {
 
     NodeRecord at(const std::string& path) { return catalogue->nodeByPath(brain, path).value(); }
     Lines tree() { return tests::tree(*catalogue, brain); }
-    Lines logged() {
-        auto raw = catalogue.raw();
-        return tests::log(raw, anchor);
-    }
+    Lines logged() { return tests::log(catalogue, anchor); }
     Lines deleted(const ResetPlan& plan) {
         Lines ids;
         for (const auto& identifier : plan.deletedIdentifiers)

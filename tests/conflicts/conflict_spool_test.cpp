@@ -70,6 +70,16 @@ TEST_F(ConflictSpoolTest, KeepsOneEntryForAJournalRow) {
     EXPECT_EQ(spool.read("edit-7"), bytes("edit")) << "nothing is written when the other kind can't go";
 }
 
+TEST_F(ConflictSpoolTest, StagedCopiesAreFlushedTogether) {
+    spool.writeNewEdit(bytes("edit"), 7);
+    spool.stageNewCopy(bytes("seven"), 7);
+    spool.stageNewCopy(bytes("eight"), 8);
+    EXPECT_EQ(names(), (std::vector<std::string>{"copy-7", "copy-8"}));
+    spool.flush({"copy-7", "copy-8"});
+    EXPECT_EQ(spool.pendingBytes(8), bytes("eight"));
+    EXPECT_THROW(spool.flush({"copy-9"}), FileError) << "what isn't there can't become durable";
+}
+
 TEST_F(ConflictSpoolTest, PruneTakesWhatNothingReachesAndNothingElse) {
     tests::Catalogue catalogue;
     const auto first = tests::numberedUUID(1);

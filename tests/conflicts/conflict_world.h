@@ -10,8 +10,8 @@
 #include "synckit/upload/upload_planner.h"
 #include "tests/support/catalogue.h"
 #include "tests/support/hooked_files.h"
+#include "tests/support/memory_files.h"
 #include "tests/support/seeded_random.h"
-#include "tests/support/temporary_folder.h"
 #include "tests/support/tree.h"
 
 namespace vorlinden::tests {
@@ -64,9 +64,8 @@ class ConflictWorld {
 
     const UUID brain = numberedUUID(1);
     Catalogue catalogue;
-    TemporaryFolder folder;
-    const std::shared_ptr<HookedFiles> files = std::make_shared<HookedFiles>(platform::posixFileSystem());
-    const ConflictSpool spool{files, folder / "Spool"};
+    const std::shared_ptr<HookedFiles> files = std::make_shared<HookedFiles>(std::make_shared<MemoryFiles>());
+    const ConflictSpool spool{files, "/Spool"};
     const std::shared_ptr<SeededRandom> random = std::make_shared<SeededRandom>();
     Timestamp now = today;
     std::shared_ptr<ConflictResolver> resolver = resolverNamed("M");
@@ -115,10 +114,7 @@ class ConflictWorld {
 
     NodeRecord at(const std::string& path) { return catalogue->nodeByPath(brain, path).value(); }
     Lines tree() { return shortNames(tests::tree(*catalogue, brain)); }
-    Lines log(std::int64_t since = 0) {
-        auto raw = catalogue.raw();
-        return tests::log(raw, since);
-    }
+    Lines log(std::int64_t since = 0) { return tests::log(catalogue, since); }
     Lines journal() { return lines(catalogue->pendingChanges(brain)); }
     // "KEY=BYTES"; the keys of fresh nodes read "node-*".
     Lines spooled() {

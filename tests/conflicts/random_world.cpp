@@ -4,10 +4,8 @@
 #include <array>
 #include <map>
 #include <ostream>
-#include <stdexcept>
 
 #include <rapidcheck.h>
-#include <sqlite3.h>
 
 #include "synckit/apply/tree_rules.h"
 #include "tests/support/catalogue.h"
@@ -180,22 +178,6 @@ void showRow(std::ostream& os, const NodeRecord& row) {
        << (row.localOnly ? " local-only" : "") << "\n";
 }
 
-sqlite3* opened = nullptr;
-
-int rememberConnection(sqlite3* connection, char**, const struct sqlite3_api_routines*) {
-    opened = connection;
-    return SQLITE_OK;
-}
-
-// A store in memory, whose connection is then `opened`.
-std::shared_ptr<MetadataStore> openInMemory() {
-    const auto entry = reinterpret_cast<void (*)()>(rememberConnection);
-    sqlite3_auto_extension(entry);
-    auto store = std::make_shared<MetadataStore>(":memory:");
-    sqlite3_cancel_auto_extension(entry);
-    return store;
-}
-
 }  // namespace
 
 Beginning anyBeginning() {
@@ -280,12 +262,10 @@ void show(const Step& step, std::ostream& os) {
 
 RandomWorld::RandomWorld(const Beginning& beginning, std::uint64_t seed)
     : brain(theBrain),
-      store(openInMemory()),
       random(std::make_shared<SeededRandom>(seed)),
       resolver(std::make_shared<ConflictResolver>(
           random, store, "M", spool, [] { return today; },
-          [this](const PendingChange& change, const auto&) { return spool.pendingBytes(*change.id); })),
-      connection_(opened) {
+          [this](const PendingChange& change, const auto&) { return spool.pendingBytes(*change.id); })) {
     auto record = brainRecord(brain);
     record.cursor = "c0";
     store->upsertBrain(record);
@@ -314,26 +294,8 @@ void RandomWorld::take(const Step& step) {
     }
 }
 
-std::string RandomWorld::dump() {
-    std::string text;
-    const auto addRow = [](void* into, int count, char** values, char**) {
-        auto& out = *static_cast<std::string*>(into);
-        for (int i = 0; i < count; ++i)
-            out.append(values[i] ? values[i] : "NULL").append("|");
-        out += "\n";
-        return 0;
-    };
-    for (const std::string table :
-         {"changes_log ORDER BY anchor", "nodes ORDER BY path", "brains ORDER BY brain_id",
-          "pending_changes ORDER BY id", "meta ORDER BY key", "own_writes ORDER BY id"}) {
-        text += table + "\n";
-        sqlite3_exec(connection_, ("SELECT * FROM " + table).c_str(), addRow, &text, nullptr);
-    }
-    return text;
-}
-
 std::string RandomWorld::dumpWithoutChance() {
-    auto text = dump();
+    auto text = dump(connection);
     const std::string prefix = "local:";
     std::map<std::string, std::string> numbers;
     for (auto at = text.find(prefix); at != std::string::npos; at = text.find(prefix, at + 1)) {
@@ -342,25 +304,6 @@ std::string RandomWorld::dumpWithoutChance() {
         text.replace(at + prefix.size(), id.size(), number->second);
     }
     return text;
-}
-
-void RandomWorld::failAtWrite(int count) {
-    execute("CREATE TEMP TABLE IF NOT EXISTS fuel (amount INTEGER NOT NULL)");
-    execute("DELETE FROM fuel");
-    execute("INSERT INTO fuel VALUES (" + std::to_string(count) + ")");
-    for (const std::string table :
-         {"nodes", "brains", "changes_log", "pending_changes", "meta", "own_writes"})
-        for (const std::string change : {"INSERT", "UPDATE", "DELETE"})
-            execute("CREATE TEMP TRIGGER IF NOT EXISTS " + change + "_" + table + " BEFORE " + change +
-                    " ON main." + table +
-                    " BEGIN UPDATE fuel SET amount = amount - 1;"
-                    " SELECT RAISE(ABORT, 'out of fuel') FROM fuel WHERE amount = 0; END");
-}
-
-void RandomWorld::execute(const std::string& sql) {
-    char* message = nullptr;
-    if (sqlite3_exec(connection_, sql.c_str(), nullptr, nullptr, &message) != SQLITE_OK)
-        throw std::runtime_error(std::string(message) + " in " + sql);
 }
 
 }  // namespace vorlinden::tests

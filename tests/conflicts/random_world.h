@@ -11,11 +11,10 @@
 
 #include "synckit/conflicts/conflict_resolver.h"
 #include "synckit/upload/upload_planner.h"
+#include "tests/support/connection.h"
 #include "tests/support/hooked_files.h"
 #include "tests/support/memory_files.h"
 #include "tests/support/seeded_random.h"
-
-struct sqlite3;
 
 namespace vorlinden::tests {
 
@@ -62,7 +61,8 @@ class RandomWorld {
     const UUID brain;
     const std::shared_ptr<HookedFiles> files = std::make_shared<HookedFiles>(std::make_shared<MemoryFiles>());
     const ConflictSpool spool{files, "/spool"};
-    const std::shared_ptr<MetadataStore> store;
+    std::shared_ptr<MetadataStore> store;
+    sqlite3* const connection = connectionOf([this] { store = std::make_shared<MetadataStore>(":memory:"); });
     const std::shared_ptr<SeededRandom> random;
     const std::shared_ptr<ConflictResolver> resolver;
     // Asked beside the resolver of each collision, before it.
@@ -73,17 +73,8 @@ class RandomWorld {
     void take(const Step& step);
 
     std::vector<NodeRecord> rows() { return store->allNodes(brain); }
-    // Every row of every table, as text.
-    std::string dump();
-    // The same with fresh identifiers numbered as they appear in the log.
+    // dump() with fresh identifiers numbered as they appear in the log.
     std::string dumpWithoutChance();
-    // From now on the `count`th write of a row fails; 0: none.
-    void failAtWrite(int count);
-
- private:
-    void execute(const std::string& sql);
-
-    sqlite3* const connection_;  // the store's own
 };
 
 }  // namespace vorlinden::tests

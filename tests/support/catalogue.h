@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "synckit/catalogue/metadata_store.h"
+#include "tests/support/connection.h"
 #include "tests/support/temporary_folder.h"
 
 namespace vorlinden::tests {
@@ -70,6 +71,8 @@ class Catalogue {
     MetadataStore* operator->() const { return store_.get(); }
     const std::shared_ptr<MetadataStore>& store() const { return store_; }
 
+    // The store's own.
+    sqlite3* connection() const { return connection_; }
     // A second connection, for what the store's own operations never write or show.
     SQLiteDatabase raw() const { return SQLiteDatabase(file().string()); }
     void execute(std::string_view sql, const std::vector<SQLiteValue>& parameters = {}) const {
@@ -81,7 +84,8 @@ class Catalogue {
 
  private:
     TemporaryFolder folder_;
-    std::shared_ptr<MetadataStore> store_ = MetadataStore::open(file());
+    std::shared_ptr<MetadataStore> store_;
+    sqlite3* const connection_ = connectionOf([this] { store_ = MetadataStore::open(file()); });
 };
 
 // Runs `body` in a transaction and undoes it: a case of a property leaves nothing and waits for no disk.

@@ -1,12 +1,8 @@
 #include "synckit/upload/local_mutations.h"
 
-#include <algorithm>
-
 #include <gtest/gtest.h>
 
-#include "synckit/conflicts/conflict_spool.h"
 #include "tests/support/catalogue.h"
-#include "tests/support/hooked_files.h"
 #include "tests/support/seeded_random.h"
 #include "tests/support/tree.h"
 
@@ -43,10 +39,7 @@ class LocalMutationsTest : public testing::Test {
 
     NodeRecord at(const std::string& path) { return catalogue->nodeByPath(brain, path).value(); }
     Lines tree() { return tests::tree(*catalogue, brain); }
-    Lines log() {
-        auto raw = catalogue.raw();
-        return tests::log(raw);
-    }
+    Lines log() { return tests::log(catalogue); }
     std::size_t journalRows() { return catalogue->pendingChanges(brain).size(); }
 
     tests::Catalogue catalogue;
@@ -172,76 +165,6 @@ TEST_F(LocalMutationsTest, UploadErrorIsShownAndCleared) {
     file.uploadError = std::nullopt;
     EXPECT_EQ(at("f"), file);
     EXPECT_EQ(log(), (Lines{"+n", "+n"}));
-}
-
-// Each apply is broken at each of its writes in turn, by a trigger that lets so many rows through.
-TEST_F(LocalMutationsTest, FailureAtAnyWriteChangesNothing) {
-    given(folderNode(brain, "d"));
-    given(fileNode(brain, "d/f", "f"));
-    const auto row = waiting();
-    const auto before = tree();
-    const std::vector<std::function<void()>> operations{
-        [&] { uploaded("d", NodeKind::text, row); },
-        [&] { uploaded("new/file", NodeKind::text, row); },
-        [&] { LocalMutations::applyLocalOnly(random, *catalogue, brain, "d", "e", now); },
-        [&] { LocalMutations::applyLocalDirectory(random, *catalogue, brain, "d/f/x", now); },
-        [&] { LocalMutations::applyMove(random, *catalogue, brain, "d", "x/y", row, now); },
-        [&] { LocalMutations::applyDelete(random, *catalogue, brain, "d", row, now); },
-        [&] { LocalMutations::markUploadError(*catalogue, brain, "f", "refused"); },
-    };
-    catalogue.execute("CREATE TABLE fuel (amount INTEGER NOT NULL)");
-    catalogue.execute("INSERT INTO fuel VALUES (-1)");
-    for (const std::string on : {"INSERT ON nodes", "UPDATE ON nodes", "DELETE ON nodes",
-                                 "INSERT ON changes_log", "DELETE ON pending_changes"}) {
-        auto name = on;
-        std::replace(name.begin(), name.end(), ' ', '_');
-        catalogue.execute("CREATE TRIGGER burn_" + name + " BEFORE " + on +
-                          " BEGIN UPDATE fuel SET amount = amount - 1;"
-                          " SELECT RAISE(ABORT, 'out of fuel') FROM fuel WHERE amount = 0; END");
-    }
-    // Whether the operation would get through; it is taken back.
-    const auto succeeds = [&](const std::function<void()>& operation) {
-        try {
-            catalogue->inTransaction([&] {
-                operation();
-                throw CancelledError();
-            });
-        } catch (const SQLiteError&) {
-            return false;
-        } catch (const CancelledError&) {
-        }
-        return true;
-    };
-    for (std::size_t i = 0; i < operations.size(); ++i) {
-        int writes = 0;
-        const auto refuel = [&] {
-            catalogue.execute("UPDATE fuel SET amount = ?", {SQLiteValue::integer(writes + 1)});
-        };
-        for (refuel(); !succeeds(operations[i]); refuel()) {
-            EXPECT_THROW(operations[i](), SQLiteError);
-            EXPECT_EQ(tree(), before) << "operation " << i << ", write " << writes;
-            EXPECT_EQ(journalRows(), 1U);
-            EXPECT_EQ(log(), Lines{});
-            ++writes;
-        }
-        EXPECT_GE(writes, 2) << "operation " << i << " writes a row and a line of the log";
-    }
-}
-
-// A journal row and its bytes come into being together.
-TEST_F(LocalMutationsTest, JournalRowNeedsItsBytes) {
-    tests::TemporaryFolder folder;
-    const auto files = std::make_shared<tests::HookedFiles>(platform::posixFileSystem());
-    const ConflictSpool spool(files, folder / "Spool");
-    const auto journal = [&] {
-        catalogue->inTransaction([&] { spool.writeNewEdit(Data(std::string("mine")), waiting()); });
-    };
-    files->failOn(tests::FileOperation::write, ENOSPC);
-    EXPECT_THROW(journal(), FileError);
-    EXPECT_EQ(journalRows(), 0U);
-    files->before = nullptr;
-    journal();
-    EXPECT_EQ(spool.pendingBytes(1), Data(std::string("mine")));
 }
 
 }  // namespace
