@@ -125,6 +125,9 @@ DomainSurroundings Daemon::Parts::domainSurroundings() {
     result.invalidate = [this](std::vector<Invalidation> invalidations) {
         session.notifier().notify(std::move(invalidations));
     };
+    result.fill = [this](Inode inode, std::shared_ptr<const Content> content) {
+        session.notifier().fill(inode, std::move(content));
+    };
     result.extensionTrouble = [this](std::optional<std::string> sentence) {
         if (sentence)
             if (auto words = surroundings.openFailure()) sentence = std::move(words);

@@ -31,6 +31,14 @@ Attributes attributesOf(const Node& node, Timestamp otherwise) {
     return {node.inode, node.isFolder(), node.size(), modified, isGone ? 0U : 1U};
 }
 
+// The name too: who finds the file by it is answered with the size.
+std::vector<Invalidation> sizeChanged(const Node& node) {
+    std::vector<Invalidation> result;
+    if (node.parent) result.push_back(EntryChanged{node.parent->inode, node.shownName()});
+    result.push_back(InodeChanged{node.inode, false});
+    return result;
+}
+
 bool lacksSize(const Attributes& attributes) {
     return !attributes.isFolder && !attributes.size;
 }
@@ -49,6 +57,14 @@ Domain::Domain(platform::System system, fp::Domain domain, DomainSurroundings su
 
 Domain::~Domain() {
     stop();
+}
+
+// False if it is other content than the inode shows.
+bool Domain::State::takeIn(Inode inode, const Content& content) {
+    const Node* node = tree.find(inode);
+    if (!node || node->place == Node::Place::gone || !hasContentOf(*node, content.item())) return false;
+    if (tree.setContentSize(inode, content.size())) surroundings.invalidate(sizeChanged(*node));
+    return true;
 }
 
 void Domain::setContentStore(std::shared_ptr<ContentStore> store) {
@@ -109,6 +125,7 @@ Outcome<Attributes> Domain::lookup(Inode folder, std::string_view name) {
     Attributes attributes = attributesOf(*child, state_->started);
     state_->tree.refer(child->inode);
     if (lacksSize(attributes)) attributes.size = state_->contents->knownSize(child->item());
+    if (!attributes.isFolder) state_->tree.answeredWithSize(child->inode, attributes.size.value_or(0));
     return attributes;
 }
 
@@ -138,6 +155,7 @@ std::vector<DirectoryEntry> Domain::entries(Inode folder, Inode after, std::size
         Attributes attributes = attributesOf(*child, state_->started);
         if (refer && lacksSize(attributes)) attributes.size = state_->contents->knownSize(child->item());
         if (refer && !lacksSize(attributes)) state_->tree.refer(child->inode);
+        if (refer && attributes.size) state_->tree.answeredWithSize(child->inode, *attributes.size);
         result.push_back({child->shownName(), attributes});
     }
     return result;
@@ -165,14 +183,27 @@ void Domain::contentWanted(Inode inode) {
     if (!next.empty()) state_->contents->fetchAhead(std::move(next));
 }
 
-bool Domain::contentArrived(Inode inode, const Content& content, bool open) {
+bool Domain::contentArrived(Inode inode, const Content& content) {
     std::lock_guard hold(state_->mutex);
-    const Node* node = state_->tree.find(inode);
-    if (!node || node->place == Node::Place::gone || !hasContentOf(*node, content.item())) return false;
-    if (state_->tree.setContentSize(inode, content.size()))
-        state_->surroundings.invalidate({InodeChanged{inode, false}});
-    if (open) state_->tree.opened(inode);
-    return true;
+    return state_->takeIn(inode, content);
+}
+
+Opening Domain::open(Inode inode, const std::shared_ptr<const Content>& content) {
+    std::lock_guard hold(state_->mutex);
+    if (!state_->takeIn(inode, *content)) return Opening::moved;
+    auto& tree = state_->tree;
+    tree.opened(inode);
+    switch (tree.kernelSize(inode, content->size())) {
+        case KernelSize::unsure:
+            return Opening::besideTheKernel;
+        case KernelSize::tooSmall:
+            state_->surroundings.fill(inode, content);
+            tree.filled(inode, content->size());
+            return Opening::throughTheKernel;
+        case KernelSize::right:
+            return Opening::throughTheKernel;
+    }
+    return Opening::besideTheKernel;
 }
 
 void Domain::opened(Inode inode) {

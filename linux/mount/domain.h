@@ -43,6 +43,10 @@ struct DirectoryEntry {
 template <class T>
 using Outcome = std::variant<T, int>;
 
+// How a file is opened on content: not at all, since it isn't what the inode shows; so that reads go through
+// the kernel's pages; or past them, since the kernel goes by another size than the content's.
+enum class Opening { moved, throughTheKernel, besideTheKernel };
+
 struct DomainSurroundings {
     // A fresh extension object; called at the start and again, after a pause, when the last one's catalogue
     // didn't open.
@@ -50,6 +54,8 @@ struct DomainSurroundings {
     // Takes what the kernel must be told, in order. Called with the domain's lock held, so that nobody sees a
     // change of which the kernel has yet to be told without knowing so: it keeps it for later and returns.
     std::function<void(std::vector<Invalidation>)> invalidate;
+    // Takes, in the same line, bytes for the kernel to have before anybody reads them.
+    std::function<void(Inode, std::shared_ptr<const Content>)> fill;
     // Hears why listings can't be had, and absent when they can again.
     std::function<void(std::optional<std::string>)> extensionTrouble;
     // Where the domain remembers how far it has read, across restarts.
@@ -97,9 +103,10 @@ class Domain {
     // Somebody asks of a file what only its content can tell: when that goes on in one folder, the texts of
     // that folder are fetched ahead.
     void contentWanted(Inode inode);
-    // Whether that is the content of the item that the inode shows now; if so, its size is remembered, and
-    // with `open` a handle counts as opened on it.
-    bool contentArrived(Inode inode, const Content& content, bool open);
+    // Whether that is the content of the item that the inode shows now; if so, its size is remembered.
+    bool contentArrived(Inode inode, const Content& content);
+    // As above, and a handle counts as opened on it.
+    Opening open(Inode inode, const std::shared_ptr<const Content>& content);
     // A handle was opened on other content, or closed.
     void opened(Inode inode);
     void closed(Inode inode);

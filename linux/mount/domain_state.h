@@ -23,6 +23,8 @@ struct Domain::State {
     const Timestamp started;
     std::shared_ptr<ContentStore> contents;  // constant after start()
 
+    bool takeIn(Inode inode, const Content& content);  // with the mutex held
+
     // On any thread.
     void wakeUp();
     void enqueue(std::function<void()> job);

@@ -16,16 +16,6 @@ namespace {
 // An item that keeps moving on under its readers is served as it came at last.
 constexpr unsigned attemptsToMeetAMovingItem = 4;
 
-// An open file: the bytes as they were when it was opened, whatever becomes of the item.
-struct OpenFile {
-    Inode inode;
-    std::shared_ptr<const Content> content;
-};
-
-OpenFile* openFileOf(const fuse_file_info& file) {
-    return reinterpret_cast<OpenFile*>(file.fh);
-}
-
 int errnoOf(const ContentFailure& failure) {
     switch (failure.kind) {
         case ContentFailure::Kind::signedOut:
@@ -50,8 +40,35 @@ bool asksToWrite(const fuse_file_info& file) {
 
 }  // namespace
 
+// An open file: the bytes as they were when it was opened, whatever becomes of the item.
+struct FuseOperations::OpenFile {
+    const Inode inode;
+    const ContentPtr content;
+};
+
 FuseOperations::FuseOperations(Domain& domain, ContentStore& contents, FuseOptions options)
     : domain_(domain), contents_(contents), options_(std::move(options)) {}
+
+FuseOperations::~FuseOperations() = default;
+
+FuseOperations::OpenFile* FuseOperations::openFileOf(const fuse_file_info& file) {
+    return reinterpret_cast<OpenFile*>(file.fh);
+}
+
+FuseOperations::OpenFile* FuseOperations::keepOpen(Inode inode, ContentPtr content) {
+    std::unique_ptr<OpenFile> file(new OpenFile{inode, std::move(content)});
+    OpenFile* const kept = file.get();
+    std::lock_guard hold(mutex_);
+    openFiles_.emplace(kept, std::move(file));
+    return kept;
+}
+
+void FuseOperations::close(OpenFile* file) {
+    domain_.closed(file->inode);
+    std::unique_lock hold(mutex_);
+    const auto closed = openFiles_.extract(file);
+    hold.unlock();  // the content may be the last of its kind, and its file's end takes a while
+}
 
 void FuseOperations::whenListed(FuseReply reply, Inode folder, std::function<void(FuseReply&)> then) {
     if (const auto state = domain_.listingState(folder)) {
@@ -110,10 +127,16 @@ void FuseOperations::getattr(FuseReply reply, Inode inode, const fuse_file_info*
     const auto known = domain_.attributes(inode);
     if (const int* code = std::get_if<int>(&known)) return reply.error(*code);
     Attributes attributes = std::get<Attributes>(known);
-    if (file && file->fh) attributes.size = openFileOf(*file)->content->size();
+    if (file && file->fh) {
+        // Only this handle's size, if the file was opened on other content than it shows.
+        const std::uint64_t size = openFileOf(*file)->content->size();
+        const bool holdsForAll = attributes.size == size;
+        attributes.size = size;
+        return reply.attributes(attributes, holdsForAll);
+    }
     if (attributes.isFolder || attributes.size) return reply.attributes(attributes);
     auto use = [this, inode](const WaitingPtr& waiting, const ContentPtr& content, bool anyway) {
-        if (!domain_.contentArrived(inode, *content, false) && !anyway) return false;
+        if (!domain_.contentArrived(inode, *content) && !anyway) return false;
         const auto now = domain_.attributes(inode);
         auto answer = waiting->take();
         if (!answer) return true;
@@ -138,20 +161,17 @@ void FuseOperations::open(FuseReply reply, Inode inode, const fuse_file_info& fi
 // and no file is opened on it before that has happened. Other content goes past them.
 bool FuseOperations::openOn(const WaitingPtr& waiting, Inode inode, fuse_file_info file,
                             const ContentPtr& content, bool anyway) {
-    const bool isCurrent = domain_.contentArrived(inode, *content, true);
-    if (!isCurrent && !anyway) return false;
-    if (!isCurrent) domain_.opened(inode);
-    file.keep_cache = isCurrent ? 1 : 0;
-    file.direct_io = isCurrent ? 0 : 1;
-    auto* handle = new OpenFile{inode, content};
+    const Opening opening = domain_.open(inode, content);
+    if (opening == Opening::moved && !anyway) return false;
+    if (opening == Opening::moved) domain_.opened(inode);
+    const bool throughTheKernel = opening == Opening::throughTheKernel;
+    file.keep_cache = throughTheKernel ? 1 : 0;
+    file.direct_io = throughTheKernel ? 0 : 1;
+    OpenFile* const handle = keepOpen(inode, content);
     file.fh = reinterpret_cast<std::uint64_t>(handle);
     notifier_->whenHeard(inode, [this, waiting, file, handle] {
-        std::unique_ptr<OpenFile> owned(handle);
         auto reply = waiting->take();
-        if (reply && reply->opened(file))
-            static_cast<void>(owned.release());  // the kernel's until it releases the file
-        else
-            domain_.closed(owned->inode);
+        if (!reply || !reply->opened(file)) close(handle);
     });
     return true;
 }
@@ -165,8 +185,7 @@ void FuseOperations::read(FuseReply reply, const fuse_file_info& file, std::uint
 }
 
 void FuseOperations::release(FuseReply reply, const fuse_file_info& file) {
-    const std::unique_ptr<OpenFile> handle(openFileOf(file));
-    domain_.closed(handle->inode);
+    close(openFileOf(file));
     reply.error(0);
 }
 

@@ -10,7 +10,9 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 
 #include "linux/mount/content_store.h"
 #include "linux/mount/domain.h"
@@ -30,6 +32,7 @@ class FuseOperations {
  public:
     // Both outlive the object, which outlives the session that it serves.
     FuseOperations(Domain& domain, ContentStore& contents, FuseOptions options);
+    ~FuseOperations();
 
     // Which the session makes after this object; set before the first request.
     void setNotifier(KernelNotifier* notifier) { notifier_ = notifier; }
@@ -53,6 +56,7 @@ class FuseOperations {
     void listxattr(FuseReply reply, Inode inode, std::size_t room);
 
  private:
+    struct OpenFile;
     using WaitingPtr = std::shared_ptr<WaitingRequest>;
     using ContentPtr = std::shared_ptr<const Content>;
     // What a request wants with a file's content. `use` is given it, and says no if it isn't the content of
@@ -62,6 +66,10 @@ class FuseOperations {
         std::function<bool(const WaitingPtr&, const ContentPtr&, bool anyway)> use;
         unsigned attempts = 0;
     };
+
+    static OpenFile* openFileOf(const fuse_file_info& file);
+    OpenFile* keepOpen(Inode inode, ContentPtr content);
+    void close(OpenFile* file);
 
     void lookUp(FuseReply& reply, Inode folder, const std::string& name);
     void seek(const WaitingPtr& waiting, const Quest& quest);
@@ -80,6 +88,10 @@ class FuseOperations {
     KernelNotifier* notifier_ = nullptr;
     bool opensFoldersItself_ = false;  // constant after the session's first request
     WaitingRequests waitingRequests_;
+
+    std::mutex mutex_;  // guards the set, not what is in it
+    // What the kernel holds handles on. It doesn't always give them back: a busy mount may be taken away.
+    std::unordered_map<OpenFile*, std::unique_ptr<OpenFile>> openFiles_;
 };
 
 }  // namespace vorlinden::mount

@@ -68,9 +68,9 @@ void FuseReply::noEntry() {
     fuse_reply_entry(take(), &nothing);
 }
 
-void FuseReply::attributes(const Attributes& attributes) {
+void FuseReply::attributes(const Attributes& attributes, bool mayBeKept) {
     const struct stat status = statOf(attributes);
-    fuse_reply_attr(take(), &status, areComplete(attributes) ? keepLong : 0);
+    fuse_reply_attr(take(), &status, mayBeKept && areComplete(attributes) ? keepLong : 0);
 }
 
 bool FuseReply::opened(const fuse_file_info& file) {

@@ -37,7 +37,7 @@ class FuseReply {
     // A found child; answers are true when the kernel took them.
     bool entry(const Attributes& attributes);
     void noEntry();  // not there, and the kernel may remember that
-    void attributes(const Attributes& attributes);
+    void attributes(const Attributes& attributes, bool mayBeKept = true);
     bool opened(const fuse_file_info& file);
     bool bytes(std::string_view bytes);
     void fileRange(int descriptor, std::uint64_t offset, std::size_t size);

@@ -112,7 +112,24 @@ bool ItemTree::setContentSize(Inode inode, std::uint64_t bytes) {
     if (!node) return false;
     const auto shown = node->size();
     node->contentSize = bytes;
-    return shown && *shown != bytes;
+    const bool changed = shown && *shown != bytes;
+    if (changed) node->kernelSize.reset();
+    return changed;
+}
+
+// Of several answers, the one that the kernel takes in last counts, and that may be any.
+void ItemTree::answeredWithSize(Inode inode, std::uint64_t bytes) {
+    if (Node* node = nodeOf(inode)) node->kernelSize = std::min(node->kernelSize.value_or(bytes), bytes);
+}
+
+KernelSize ItemTree::kernelSize(Inode inode, std::uint64_t bytes) const {
+    const Node* node = find(inode);
+    if (!node || !node->kernelSize || *node->kernelSize > bytes) return KernelSize::unsure;
+    return *node->kernelSize < bytes ? KernelSize::tooSmall : KernelSize::right;
+}
+
+void ItemTree::filled(Inode inode, std::uint64_t bytes) {
+    if (Node* node = nodeOf(inode)) node->kernelSize = bytes;
 }
 
 void ItemTree::walked(Inode folder) {
@@ -162,7 +179,6 @@ Node* ItemTree::nodeOfItem(std::string_view identifier) {
 
 // The node must not be shown, since its names are keys of its folder.
 void ItemTree::bind(Node& node, const Item& item) {
-    if (node.identifier != item.itemIdentifier) node.contentSize.reset();
     unbind(node);
     node.place = Node::Place::elsewhere;
     node.successor = 0;
@@ -176,7 +192,10 @@ void ItemTree::bind(Node& node, const Item& item) {
 }
 
 void ItemTree::refresh(Node& node, const Item& item) {
-    if (!hasContentOf(node, item)) node.contentSize.reset();
+    if (!hasContentOf(node, item)) {
+        node.contentSize.reset();
+        node.kernelSize.reset();
+    }
     node.contentType = &*contentTypes_.insert(item.contentType.name).first;
     node.contentVersion = item.itemVersion.contentVersion.view();
     node.metadataVersion = item.itemVersion.metadataVersion.view();

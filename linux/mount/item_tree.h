@@ -24,6 +24,9 @@
 
 namespace vorlinden::mount {
 
+// How the size by which the kernel ends a read compares to that of the content.
+enum class KernelSize { right, tooSmall, unsure };
+
 class ItemTree {
  public:
     explicit ItemTree(const Item& root);
@@ -53,6 +56,11 @@ class ItemTree {
 
     // What the content turned out to have. True if another size was shown before.
     bool setContentSize(Inode inode, std::uint64_t bytes);
+    // A name was answered with this size of its file, 0 for one that isn't known.
+    void answeredWithSize(Inode inode, std::uint64_t bytes);
+    // What somebody who opens the content meets in the kernel; `filled` when it has been given the bytes.
+    KernelSize kernelSize(Inode inode, std::uint64_t bytes) const;
+    void filled(Inode inode, std::uint64_t bytes);
 
     // Somebody reads through the folder's entries.
     void walked(Inode folder);

@@ -1,4 +1,4 @@
-// Tells the kernel to forget what has changed.
+// Tells the kernel what has changed.
 #pragma once
 
 #include <condition_variable>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "linux/mount/change_batch.h"
+#include "linux/mount/content_store.h"
 
 struct fuse_session;
 
@@ -26,6 +27,8 @@ class KernelNotifier {
     KernelNotifier& operator=(const KernelNotifier&) = delete;
 
     void notify(std::vector<Invalidation> invalidations);
+    // Gives the kernel the end of a file's content, all of it where it is short, and with it its size.
+    void fill(Inode inode, std::shared_ptr<const Content> content);
     // Calls `then` once the kernel has heard all that is to be said of an inode's bytes and attributes so
     // far: at once where there is nothing, else on the notifier's thread, which `then` must not hold up.
     void whenHeard(Inode inode, std::function<void()> then);
@@ -39,14 +42,22 @@ class KernelNotifier {
         std::vector<std::function<void()>> waiting;
     };
 
+    struct Bytes {
+        Inode inode;
+        std::shared_ptr<const Content> content;
+    };
+    using News = std::variant<Invalidation, Bytes>;
+
+    static Inode inodeOf(const News& news);
+    void add(std::vector<News> news);
     void run();
-    void send(const Invalidation& invalidation);
+    void send(const News& news);
     void heard(Inode inode);
 
     fuse_session* const session_;
     std::mutex mutex_;  // guards the fields below; not held while the kernel or a waiter is called
     std::condition_variable changed_;
-    std::deque<Invalidation> queue_;
+    std::deque<News> queue_;
     std::unordered_map<Inode, Pending> pending_;  // inodes whose bytes or attributes are in the queue
     bool stopping_ = false;
     std::thread thread_;

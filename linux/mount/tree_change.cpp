@@ -252,8 +252,13 @@ void TreeChange::reportNames() {
 
 std::vector<Invalidation> TreeChange::report() {
     reportNames();
-    for (const auto& [inode, data] : changed_)
+    for (const auto& [inode, data] : changed_) {
+        const Node* file = data ? tree_.nodeOf(inode) : nullptr;
+        // By its name it is found anew, and with it the size by which the kernel ends a read.
+        if (file && !file->isFolder() && file->parent)
+            report_.push_back(EntryChanged{file->parent->inode, file->shownName()});
         report_.push_back(InodeChanged{inode, data});
+    }
     return std::move(report_);
 }
 

@@ -67,7 +67,9 @@ struct Node {
     std::optional<std::uint64_t> contentSize;  // bytes, as the content itself turned out to have
     std::uint64_t lookups = 0;                 // references that the kernel holds
     std::uint32_t opens = 0;                   // handles on the content, as it was when they were opened
-    Inode successor = 0;                       // of a gone folder: the one that took its place, or 0
+    // Bytes, the least that the kernel may take for the file's size; absent since the content changed.
+    std::optional<std::uint64_t> kernelSize;
+    Inode successor = 0;  // of a gone folder: the one that took its place, or 0
 
     bool isFolder() const { return folder != nullptr; }
     bool isReferred() const { return lookups > 0 || opens > 0 || inode == rootInode; }

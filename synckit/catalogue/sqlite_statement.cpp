@@ -126,15 +126,13 @@ std::int64_t SQLiteStatement::integer(int column) const {
 }
 
 std::optional<std::int64_t> SQLiteStatement::optionalInteger(int column) const {
-    sqlite3_value* value = sqlite3_column_value(statement_.get(), column);
-    if (sqlite3_value_type(value) != SQLITE_INTEGER) return std::nullopt;
-    return sqlite3_value_int64(value);
+    if (sqlite3_column_type(statement_.get(), column) != SQLITE_INTEGER) return std::nullopt;
+    return sqlite3_column_int64(statement_.get(), column);
 }
 
 const char* SQLiteStatement::textOrNull(int column) const {
-    sqlite3_value* value = sqlite3_column_value(statement_.get(), column);
-    if (sqlite3_value_type(value) != SQLITE_TEXT) return nullptr;
-    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    if (sqlite3_column_type(statement_.get(), column) != SQLITE_TEXT) return nullptr;
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
     return text ? text : "";  // null only when memory ran out
 }
 

@@ -109,8 +109,17 @@ TEST_F(TreeOverCatalogue, EditsInPlaceUnlessTheFileIsOpen) {
     sync();
     const Inode a = walk("b/a.md");
     tree.setContentSize(a, 5);
+    EXPECT_EQ(tree.kernelSize(a, 5), KernelSize::unsure);
+    tree.answeredWithSize(a, 0);
+    tree.answeredWithSize(a, 5);
+    EXPECT_EQ(tree.kernelSize(a, 5), KernelSize::tooSmall) << "the first answer may be taken in last";
+    tree.filled(a, 5);
+    EXPECT_EQ(tree.kernelSize(a, 5), KernelSize::right);
     catalogue.edit("b/a.md");
-    EXPECT_TRUE(has(sync(), InodeChanged{a, true}));
+    const auto told = sync();
+    EXPECT_TRUE(has(told, InodeChanged{a, true}));
+    EXPECT_TRUE(has(told, EntryChanged{walk("b"), "a.md"}));
+    EXPECT_EQ(tree.kernelSize(a, 5), KernelSize::unsure) << "as long as nobody has asked by name";
     EXPECT_EQ(walk("b/a.md"), a);
     EXPECT_FALSE(tree.find(a)->size().has_value()) << "the size belonged to the other content";
 
