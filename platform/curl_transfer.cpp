@@ -14,6 +14,10 @@ constexpr std::size_t maximumReserve = 64 << 20;  // a promised length is believ
 constexpr long drippingBytesPerSecond = 64;
 constexpr auto drippingTimeouts = 5;
 
+// Servers hang up on idle connections, few of them sooner than after five seconds. A request that is sent
+// only once must not meet that moment.
+constexpr long idleSecondsBeforeAWrite = 4;
+
 URLError::Code codeFor(CURLcode code) {
     using Code = URLError::Code;
     switch (code) {
@@ -31,6 +35,7 @@ URLError::Code codeFor(CURLcode code) {
         case CURLE_RECV_ERROR:
         case CURLE_HTTP2:
         case CURLE_HTTP2_STREAM:
+        case CURLE_ABORTED_BY_CALLBACK:  // onSend()
             return Code::connectionLost;
         case CURLE_SSL_CONNECT_ERROR:
         case CURLE_SSL_CERTPROBLEM:
@@ -107,6 +112,11 @@ void CurlTransfer::setUpRequest() {
         set(CURLOPT_POSTFIELDS, empty ? "" : reinterpret_cast<const char*>(request_.body->data()));
     }
     set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+    if (request_.method != "GET") {
+        set(CURLOPT_PREREQFUNCTION, &onSend);
+        set(CURLOPT_PREREQDATA, this);
+        set(CURLOPT_MAXAGE_CONN, idleSecondsBeforeAWrite);
+    }
     for (const auto& header : request_.headers)
         addHeader(headerLine(header));
     addHeader("Expect:");  // a body goes out without asking first
@@ -149,6 +159,14 @@ std::size_t CurlTransfer::take(const char* bytes, std::size_t count) try {
     return 0;
 }
 
+// libcurl repeats a request whose connection dies before the answer, if that connection had served another
+// one. The server may have acted: asked again to move or delete it would deny what it did, and a refresh
+// token sent twice ends the session.
+int CurlTransfer::onSend(void* self, char*, char*, int, int) {
+    const bool again = std::exchange(static_cast<CurlTransfer*>(self)->sent_, true);
+    return again ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+}
+
 int CurlTransfer::onProgress(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) {
     auto& transfer = *static_cast<CurlTransfer*>(self);
     if (std::exchange(transfer.bytesMoved_, received + sent) != received + sent)
@@ -168,6 +186,7 @@ HTTPResponse CurlTransfer::response() const {
 
 URLError CurlTransfer::failure(CURLcode code) const {
     if (tooLarge_) return URLError(URLError::Code::badResponse, "the answer is too large");
+    if (code == CURLE_ABORTED_BY_CALLBACK) return URLError(codeFor(code), "the connection was lost");
     return URLError(codeFor(code), *errorText_ ? errorText_ : curl_easy_strerror(code));
 }
 

@@ -59,6 +59,7 @@ class CurlTransfer {
 
     static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
     static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+    static int onSend(void* self, char* remote, char* local, int remotePort, int localPort);
     static int onProgress(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent);
     std::size_t take(const char* bytes, std::size_t count);
 
@@ -72,6 +73,7 @@ class CurlTransfer {
     curl_off_t bytesMoved_ = 0;
     std::size_t headerBytes_ = 0;
     bool tooLarge_ = false;
+    bool sent_ = false;
     std::string body_;
 
     Signal ended_;

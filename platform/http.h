@@ -52,9 +52,11 @@ class URLSession {
 
 // libcurl on one I/O thread of its own: connections are reused, HTTP/2 is taken where it is offered, TLS is
 // checked against the system's trust, proxies come from the user's environment (this machine itself is never
-// asked through one). Holds nothing on disk and no cookies. Redirects are not followed, so that a bearer
-// token never travels to another place. Compressed bodies arrive unpacked; a body of more than 512 MiB is a
-// badResponse. Dropping the session ends what is still in flight with URLError::cancelled.
+// asked through one). A GET whose reused connection turns out to be dead is sent again, any other request is
+// sent at most once: connectionLost then says that nobody knows whether the server has acted. Holds nothing
+// on disk and no cookies. Redirects are not followed, so that a bearer token never travels to another place.
+// Compressed bodies arrive unpacked; a body of more than 512 MiB is a badResponse. Dropping the session ends
+// what is still in flight with URLError::cancelled.
 std::shared_ptr<URLSession> ephemeralURLSession();
 
 }  // namespace vorlinden::platform

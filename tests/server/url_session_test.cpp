@@ -102,6 +102,19 @@ TEST_F(URLSessionTest, UsesOneConnectionForRequestsInTurn) {
     EXPECT_EQ(server.connectionsAccepted(), 1U);
 }
 
+TEST_F(URLSessionTest, RepeatsNoWriteWhoseConnectionDies) {
+    for (const std::string method : {"GET", "PUT", "POST", "DELETE"}) {
+        std::atomic<int> requests = 0;
+        LoopbackServer server([&](const auto&) {
+            return ++requests == 1 ? LoopbackServer::response("x") : Reply{"", true};
+        });
+        send({.url = server.url()});
+        EXPECT_EQ(failureOf({.url = server.url(), .method = method, .body = Data::copyOf("b")}),
+                  URLError::Code::connectionLost);
+        EXPECT_EQ(requests, method == "GET" ? 3 : 2) << method;
+    }
+}
+
 TEST_F(URLSessionTest, HasManyRequestsInFlightOnFewThreads) {
     constexpr int count = 12;
     std::latch allHere(count);  // no answer before the last request has come
