@@ -22,8 +22,8 @@ class TokenManager;
 
 // Coroutines over shared objects; `resolver` stands on the same store and spool. The caller holds the
 // execution lock for the whole of a call, else one row can be sent twice. No lock of the store is held across
-// a request. Whatever is thrown, the row in flight keeps its place and its bytes, and the rows before it are
-// done; a process that dies leaves no more than that either.
+// a request. Whatever is thrown, no bytes are lost: the row in flight, or the copy that took its place, still
+// waits or is done, and the rows before it are done; a process that dies leaves no more than that either.
 //
 // Thrown is what ends a drain: SyncAPIError for a request that this device or user may not make at all (401,
 // "FORBIDDEN"), TokenManagerError, CancelledError, failures of catalogue, spool and secrets, answers that

@@ -109,6 +109,7 @@ class World : public UploadWorld {
         if (verb == "mkdir") row(Kind::mkdir, path, {}, {});
         if (verb == "file") givenFile(path, path), server[path] = "old";
         if (verb == "server") server[path] = "another's";
+        if (verb == "renamed") catalogue->updatePath(brain, at(path).nodeId, third);
         if (verb == "readonly") mark(path, "No write access");
         if (verb == "refused") mark(path, "Not uploaded: no");
     }
@@ -186,6 +187,8 @@ copy c L|[400]|rejected: no; > PUT c = mine; c = L v1 local-only (Not uploaded: 
   spool: copy-1=mine; spool: node-4c=mine; log: +L
 copy c L|[403 FORBIDDEN_SUBTREE]|bounced; > PUT c = mine; c = L v1 local-only (No write access);
   spool: copy-1=mine; spool: node-4c=mine; log: +L
+copy c L, renamed c moved|[]|uploaded; > PUT c = mine; c = id:c v1; moved = L v1 local-only;
+  spool: node-4c=mine; log: +id:c
 copy c|[503]|retryLater; > PUT c = mine; c = local:1 v1 local-only; waits: create c @c0; spool: copy-1=mine
 update f, copied|[]|uploaded; > PUT f = mine; f = F v2; log: +F
 )");
@@ -262,8 +265,9 @@ TEST(DrainTest, UploadSaysWhatItCannotTake) {
 TEST(DrainTest, BytesOverTheLimitStayHere) {
     World world;
     world.given("update f, copy c");
+    const Data large(std::string(104'857'601, 'x'));
     for (const auto* key : {"edit-1", "copy-2"})
-        std::filesystem::resize_file(world.spool.directory() / key, 104'857'601);
+        world.spool.write(large, key);
     const std::string why =
         "Not uploaded: This file is too large to upload (104857601 bytes). The limit is 104857600 bytes.";
     EXPECT_EQ(world.drain(),
