@@ -8,6 +8,7 @@
 
 #include "fileprovider/error_mapping.h"
 #include "fileprovider/items.h"
+#include "fileprovider/node_lookup.h"
 #include "fileprovider/reply.h"
 #include "platform/file_types.h"
 #include "synckit/conflicts/conflict_spool.h"
@@ -23,8 +24,8 @@ using FetchReply = std::shared_ptr<Reply<FetchHandler>>;
 
 namespace {
 
-// Longer extensions would take the temporary file's name over the file system's limit.
-constexpr std::size_t longestExtension = 100;  // bytes
+// What a file name of 255 bytes has room for behind a UUID and a dot.
+constexpr std::size_t longestExtension = 218;  // bytes
 
 struct FetchedContent {
     std::filesystem::path file;
@@ -32,11 +33,9 @@ struct FetchedContent {
 };
 
 NodeRecord requireFile(const ItemIdentifier& identifier, MetadataStore& store) {
-    const auto known = syncIdentifier(identifier);
-    const auto* node = known ? std::get_if<SyncItemIdentifier::Node>(&known->value) : nullptr;
-    auto record = node ? store.nodeById(node->brainId, node->nodeId) : std::nullopt;
-    if (!record || record->isDirectory) throw providerError(protocol::noSuchItem);
-    return *std::move(record);
+    NodeRecord record = requireNode(identifier, store);
+    if (record.isDirectory) throw providerError(protocol::noSuchItem);
+    return record;
 }
 
 Task<NodeContentSnapshot> readSnapshot(CorePtr core, UUID brainId, std::string nodeId) {

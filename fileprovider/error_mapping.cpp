@@ -18,6 +18,12 @@ Error mapServerAnswer(const SyncAPIError& error) {
     return providerError(protocol::serverUnreachable);
 }
 
+Error mapRefusedWrite(const SyncAPIError& error) {
+    if (error.isForbidden() || error.isUnauthenticated()) return providerError(protocol::notAuthenticated);
+    const bool passes = error.status >= 500 || error.status == 429 || error.status == 408;
+    return providerError(passes ? protocol::serverUnreachable : protocol::cannotSynchronize);
+}
+
 }  // namespace
 
 Error providerError(protocol::ErrorCode code, std::optional<std::string> text) {
@@ -46,6 +52,25 @@ Error mapError(const std::exception_ptr& failure) {
         return providerError(protocol::serverUnreachable);
     } catch (...) {
         return providerError(protocol::serverUnreachable);
+    }
+}
+
+Error mapWriteError(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const SyncAPIError& error) {
+        return mapRefusedWrite(error);
+    } catch (const TokenManagerError&) {
+        return mapError(failure);
+    } catch (const URLError&) {
+        return mapError(failure);
+    } catch (const CancelledError&) {
+        return mapError(failure);
+    } catch (const Error& error) {
+        if (error.domain == protocol::errorDomain) return error;
+        return providerError(protocol::cannotSynchronize);
+    } catch (...) {
+        return providerError(protocol::cannotSynchronize);
     }
 }
 

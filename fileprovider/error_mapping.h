@@ -18,4 +18,8 @@ Error userCancelledError();
 // again. Pure; `failure` isn't null.
 Error mapError(const std::exception_ptr& failure);
 
+// For writes. What isn't understood is the fault of this side, which trying again would not mend. Pure;
+// `failure` isn't null.
+Error mapWriteError(const std::exception_ptr& failure);
+
 }  // namespace vorlinden::fileprovider

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "fileprovider/error_mapping.h"
-#include "fileprovider/items.h"
 #include "synckit/container/app_group.h"
 
 namespace vorlinden::fileprovider {
@@ -17,9 +16,20 @@ namespace {
 // Whatever stands in the way of the catalogue is kept as a value.
 StoreResult openStore(const platform::System& system) {
     try {
-        return {MetadataStore::open(MetadataStore::databaseURL(AppGroup::containerURL(system))), nullptr};
+        return {MetadataStore::openInAppGroup(system, AppGroup::identifier), nullptr};
     } catch (...) {
         return {nullptr, std::current_exception()};
+    }
+}
+
+// Whatever the daemon says is of no interest. A write that was given up still signals every container; it
+// only stops waiting for the answers.
+Task<> signal(std::shared_ptr<Manager> manager, ItemIdentifier container) {
+    platform::Signal answered;
+    try {
+        manager->signalEnumerator(container, [answered](std::optional<Error>) mutable { answered.set(); });
+        co_await answered.wait();
+    } catch (...) {
     }
 }
 
@@ -109,28 +119,16 @@ std::size_t ExtensionCore::tasksInFlight() const {
 }
 
 Task<> ExtensionCore::signalContainers(std::vector<ItemIdentifier> containers) {
-    const auto manager = system_.managerForDomain(domain_);
-    if (!manager) co_return;
     std::set<ItemIdentifier> each(containers.begin(), containers.end());
     each.insert(workingSetContainerItemIdentifier);
-    for (const ItemIdentifier& container : each) {
-        platform::Signal answered;
-        manager->signalEnumerator(container, [answered](std::optional<Error>) mutable { answered.set(); });
-        try {
-            co_await answered.wait();
-        } catch (const CancelledError&) {
-            // A write that was given up still signals every container; it only stops waiting for the answers.
-        }
+    try {
+        const auto manager = system_.managerForDomain(domain_);
+        if (!manager) co_return;
+        for (const ItemIdentifier& container : each)
+            co_await signal(manager, container);
+    } catch (...) {
+        // Without a manager nobody listens.
     }
-}
-
-std::optional<ItemIdentifier> existingParent(const ItemIdentifier& identifier, MetadataStore& store) {
-    const auto known = syncIdentifier(identifier);
-    const auto* node = known ? std::get_if<SyncItemIdentifier::Node>(&known->value) : nullptr;
-    if (!node) return {};
-    const auto record = store.nodeById(node->brainId, node->nodeId);
-    if (!record) return {};
-    return platformIdentifier(store.parentIdentifier(*record));
 }
 
 std::shared_ptr<Progress> finishedProgress() {

@@ -74,10 +74,6 @@ class ExtensionCore : public std::enable_shared_from_this<ExtensionCore> {
     std::map<UUID, platform::TaskHandle> tasks_;
 };
 
-// The parent of a node as the catalogue has it now; absent for what is no node, or unknown. Throws what the
-// store throws.
-std::optional<ItemIdentifier> existingParent(const ItemIdentifier& identifier, MetadataStore& store);
-
 // The progress of an operation that has ended already.
 std::shared_ptr<Progress> finishedProgress();
 

@@ -6,6 +6,9 @@
 #include "fileprovider/enumerator.h"
 #include "fileprovider/error_mapping.h"
 #include "fileprovider/extension_core.h"
+#include "fileprovider/item_creation.h"
+#include "fileprovider/item_deletion.h"
+#include "fileprovider/item_modification.h"
 #include "fileprovider/items.h"
 
 namespace vorlinden::fileprovider {
@@ -70,6 +73,25 @@ std::shared_ptr<Progress> FileProviderExtension::fetchContents(const ItemIdentif
                                                                const std::optional<ItemVersion>&,
                                                                const Request&, FetchHandler handler) {
     return fileprovider::fetchContents(core_, identifier, std::move(handler));
+}
+
+std::shared_ptr<Progress> FileProviderExtension::createItem(const ItemTemplate& item, std::uint32_t,
+                                                            const Contents& contents, std::uint32_t,
+                                                            const Request&, WriteHandler handler) {
+    return fileprovider::createItem(core_, item, contents, std::move(handler));
+}
+
+std::shared_ptr<Progress> FileProviderExtension::modifyItem(const Item& item, const ItemVersion& baseVersion,
+                                                            std::uint32_t changedFields,
+                                                            const Contents& contents, std::uint32_t,
+                                                            const Request&, WriteHandler handler) {
+    return fileprovider::modifyItem(core_, item, baseVersion, changedFields, contents, std::move(handler));
+}
+
+std::shared_ptr<Progress> FileProviderExtension::deleteItem(const ItemIdentifier& identifier,
+                                                            const ItemVersion&, std::uint32_t, const Request&,
+                                                            DeleteHandler handler) {
+    return fileprovider::deleteItem(core_, identifier, std::move(handler));
 }
 
 }  // namespace vorlinden::fileprovider

@@ -8,8 +8,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 
 #include "fileprovider/types.h"
 #include "platform/system.h"
@@ -42,12 +44,10 @@ class FileProviderExtension final : public ReplicatedExtension {
                                             const std::optional<ItemVersion>& version, const Request& request,
                                             FetchHandler handler) override;
     std::shared_ptr<Progress> createItem(const ItemTemplate& item, std::uint32_t fields,
-                                         const std::optional<std::filesystem::path>& contents,
-                                         std::uint32_t options, const Request& request,
-                                         WriteHandler handler) override;
+                                         const Contents& contents, std::uint32_t options,
+                                         const Request& request, WriteHandler handler) override;
     std::shared_ptr<Progress> modifyItem(const Item& item, const ItemVersion& baseVersion,
-                                         std::uint32_t changedFields,
-                                         const std::optional<std::filesystem::path>& contents,
+                                         std::uint32_t changedFields, const Contents& contents,
                                          std::uint32_t options, const Request& request,
                                          WriteHandler handler) override;
     std::shared_ptr<Progress> deleteItem(const ItemIdentifier& identifier, const ItemVersion& baseVersion,

@@ -7,6 +7,7 @@
 namespace vorlinden::fileprovider {
 
 using platform::fileprovider::ChangeObserver;
+using platform::fileprovider::Contents;
 using platform::fileprovider::DeleteHandler;
 using platform::fileprovider::Domain;
 using platform::fileprovider::EnumerationObserver;

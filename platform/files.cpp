@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,6 +50,24 @@ std::size_t readInto(const Descriptor& file, std::span<std::uint8_t> room, const
     return filled;
 }
 
+struct stat statusOf(const Descriptor& file, const fs::path& path) {
+    struct stat status {};
+    if (::fstat(file.get(), &status) != 0) throw errnoFailure(path);
+    return status;
+}
+
+bool isFrozen(const struct stat& status) {
+    return S_ISREG(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & 07777) == 0400;
+}
+
+// Empty where the file can't be mapped.
+Data mapped(const Descriptor& file, std::size_t size) {
+    void* bytes = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file.get(), 0);
+    if (bytes == MAP_FAILED) return {};
+    const std::shared_ptr<const void> owner(bytes, [size](void* start) { ::munmap(start, size); });
+    return {owner, static_cast<const std::uint8_t*>(bytes), size};
+}
+
 // What a file holds beyond the size it claimed: it grew, or is of the kind that claims nothing.
 Data readRest(const Descriptor& file, std::string bytes, const fs::path& path) {
     std::array<std::uint8_t, 65536> chunk;
@@ -57,6 +76,14 @@ Data readRest(const Descriptor& file, std::string bytes, const fs::path& path) {
         bytes.append(reinterpret_cast<const char*>(chunk.data()), got);
     }
     return Data(std::move(bytes));
+}
+
+Data readWhole(const Descriptor& file, std::size_t size, const fs::path& path) {
+    // Uninitialised on purpose: a hundred megabytes of zeros would be written only to be overwritten.
+    const auto bytes = std::make_shared_for_overwrite<std::uint8_t[]>(size + 1);
+    const std::size_t got = readInto(file, {bytes.get(), size + 1}, path);
+    if (got <= size) return {bytes, bytes.get(), got};
+    return readRest(file, std::string(reinterpret_cast<const char*>(bytes.get()), got), path);
 }
 
 // A temporary file that is locked for as long as its writer lives: how a sweep tells it from one that a crash
@@ -153,14 +180,24 @@ class PosixFileSystem final : public FileSystem {
 
     Data read(const fs::path& path) override {
         const Descriptor file = Descriptor::open(path, O_RDONLY);
+        return readWhole(file, static_cast<std::size_t>(statusOf(file, path).st_size), path);
+    }
+
+    std::uint64_t size(const fs::path& path) override {
         struct stat status {};
-        if (::fstat(file.get(), &status) != 0) throw errnoFailure(path);
+        if (::stat(path.c_str(), &status) != 0) throw errnoFailure(path);
+        return static_cast<std::uint64_t>(status.st_size);
+    }
+
+    Data readOrMap(const fs::path& path) override {
+        const Descriptor file = Descriptor::open(path, O_RDONLY);
+        const struct stat status = statusOf(file, path);
         const auto size = static_cast<std::size_t>(status.st_size);
-        // Uninitialised on purpose: a hundred megabytes of zeros would be written only to be overwritten.
-        const auto bytes = std::make_shared_for_overwrite<std::uint8_t[]>(size + 1);
-        const std::size_t got = readInto(file, {bytes.get(), size + 1}, path);
-        if (got <= size) return {bytes, bytes.get(), got};
-        return readRest(file, std::string(reinterpret_cast<const char*>(bytes.get()), got), path);
+        if (isFrozen(status) && size > 0) {
+            Data bytes = mapped(file, size);
+            if (!bytes.empty()) return bytes;
+        }
+        return readWhole(file, size, path);
     }
 
     void writeAtomically(const Data& data, const fs::path& path) override {

@@ -3,6 +3,7 @@
 // any thread.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -32,6 +33,12 @@ class FileSystem {
     virtual void createDirectories(const std::filesystem::path& path) = 0;
     // The whole file. FileError ENOENT if there is none.
     virtual Data read(const std::filesystem::path& path) = 0;
+    // Its bytes, without reading them. FileError ENOENT if there is none.
+    virtual std::uint64_t size(const std::filesystem::path& path) { return read(path).size(); }
+    // As read(), but a frozen file is mapped where the machine can, and so takes no memory. Frozen is a
+    // regular file of this user's with the mode 0400: whoever gave it that mode promises that nobody writes
+    // or truncates it any more. It may be removed at any time.
+    virtual Data readOrMap(const std::filesystem::path& path) { return read(path); }
     // Readers see the old file or the new, never a part, also after a crash: a temporary file beside it (mode
     // 0600), flushed, renamed over `path`, its folder flushed. A temporary file that a crash leaves behind
     // has a name that isTemporaryName() knows, for sweepTemporaries().

@@ -134,9 +134,19 @@ using FetchHandler =
 using WriteHandler = std::function<void(std::optional<Item>, std::uint32_t, bool, std::optional<Error>)>;
 using DeleteHandler = std::function<void(std::optional<Error>)>;
 
+// The content that goes with a create or an edit: a file that stays readable and unchanged until the handler
+// was called. Best is a frozen one (see FileSystem::readOrMap()), which the extension maps; any other it
+// reads into memory, once, before the operation returns, unless it is over the limit for uploads.
+using Contents = std::optional<std::filesystem::path>;
+
 // One object per domain. Operations may be called on any thread, at the same time; each handler is called
 // exactly once, on any thread, possibly before the operation returns. Cancelling the progress ends the
 // operation soon.
+//
+// A write that succeeds gives the item as it stands now, which is the truth for the daemon: identifier, name
+// and parent may be others than were asked for (a name that was taken, a copy in place of a refused file),
+// and an upload error may say why something stays here. After serverUnreachable, and after a cancellation, a
+// change may wait in the journal and go up later without the daemon.
 class ReplicatedExtension {
  public:
     virtual ~ReplicatedExtension() = default;
@@ -150,12 +160,10 @@ class ReplicatedExtension {
                                                     const std::optional<ItemVersion>& version,
                                                     const Request& request, FetchHandler handler) = 0;
     virtual std::shared_ptr<Progress> createItem(const ItemTemplate& item, std::uint32_t fields,
-                                                 const std::optional<std::filesystem::path>& contents,
-                                                 std::uint32_t options, const Request& request,
-                                                 WriteHandler handler) = 0;
+                                                 const Contents& contents, std::uint32_t options,
+                                                 const Request& request, WriteHandler handler) = 0;
     virtual std::shared_ptr<Progress> modifyItem(const Item& item, const ItemVersion& baseVersion,
-                                                 std::uint32_t changedFields,
-                                                 const std::optional<std::filesystem::path>& contents,
+                                                 std::uint32_t changedFields, const Contents& contents,
                                                  std::uint32_t options, const Request& request,
                                                  WriteHandler handler) = 0;
     virtual std::shared_ptr<Progress> deleteItem(const ItemIdentifier& identifier,

@@ -1,5 +1,9 @@
 #include "synckit/conflicts/conflict_namer.h"
 
+#include <algorithm>
+
+#include "platform/text.h"
+
 namespace vorlinden::ConflictNamer {
 
 namespace {
@@ -37,6 +41,13 @@ std::string conflictCopyPath(std::string_view forPath, std::string_view deviceNa
                              const CanonicalPathSet& existingPaths, std::chrono::seconds timeZone) {
     const auto isTaken = [&](const std::string& path) { return existingPaths.contains(path); };
     return conflictCopyPath(forPath, deviceName, date, isTaken, timeZone);
+}
+
+std::string safeDeviceName(std::string name) {
+    std::ranges::replace_if(
+        name, [](char c) { return c == '/' || c == ':'; }, '-');
+    name = platform::trimmed(name);
+    return name.empty() ? "Mac" : name;
 }
 
 }  // namespace vorlinden::ConflictNamer

@@ -22,6 +22,14 @@ platform::Data HookedFiles::read(const Path& path) {
     return after(FileOperation::read, path).read(path);
 }
 
+std::uint64_t HookedFiles::size(const Path& path) {
+    return after(FileOperation::size, path).size(path);
+}
+
+platform::Data HookedFiles::readOrMap(const Path& path) {
+    return after(FileOperation::read, path).readOrMap(path);
+}
+
 void HookedFiles::writeAtomically(const platform::Data& data, const Path& path) {
     after(FileOperation::write, path).writeAtomically(data, path);
 }

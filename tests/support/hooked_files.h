@@ -9,7 +9,18 @@
 
 namespace vorlinden::tests {
 
-enum class FileOperation { exists, createDirectories, read, write, flush, remove, list, sweep, openLock };
+enum class FileOperation {
+    exists,
+    createDirectories,
+    read,
+    size,
+    write,
+    flush,
+    remove,
+    list,
+    sweep,
+    openLock
+};
 
 // The file system below it, with a look before each operation: `before` may throw a FileError, which then is
 // the operation's outcome. Set `before` while no operation runs.
@@ -26,6 +37,8 @@ class HookedFiles : public platform::FileSystem {
     bool exists(const Path& path) override;
     void createDirectories(const Path& path) override;
     platform::Data read(const Path& path) override;
+    std::uint64_t size(const Path& path) override;
+    platform::Data readOrMap(const Path& path) override;  // counts as a read
     void writeAtomically(const platform::Data& data, const Path& path) override;
     void writeUnflushed(const platform::Data& data, const Path& path) override;
     void flush(const std::vector<Path>& files) override;  // `before` sees each file
