@@ -81,7 +81,7 @@ Task<ContentEdit> uploadEdit(CorePtr core, const WriteContext& context, const No
     auto outcome = co_await sendJournalled(core, context, target, std::move(plan), journalId);
     if (auto* uploaded = std::get_if<NodeRecord>(&outcome))
         co_return ContentEdit{std::move(*uploaded), false};
-    if (const auto* final = std::get_if<RefusedForGood>(&std::get<Refusal>(outcome))) {
+    if (const auto* forGood = std::get_if<RefusedForGood>(&std::get<Refusal>(outcome))) {
         keepHere(context, record, forGood->message, data, journalId);
         co_return ContentEdit{reloadNode(*context.store, record, record.path), false};
     }

@@ -60,7 +60,7 @@ Task<NodeRecord> uploadNew(CorePtr core, const WriteContext& context, const Uplo
     const auto journalId = journalContent(*core, context, target, data);
     auto outcome = co_await sendJournalled(core, context, target, std::move(plan), journalId);
     if (auto* record = std::get_if<NodeRecord>(&outcome)) co_return std::move(*record);
-    if (const auto* final = std::get_if<RefusedForGood>(&std::get<Refusal>(outcome)))
+    if (const auto* forGood = std::get_if<RefusedForGood>(&std::get<Refusal>(outcome)))
         co_return keepHere(*core, context, target, forGood->message, data, journalId);
     co_return co_await bounce(core, context, target, data, journalId);
 }

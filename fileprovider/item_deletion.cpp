@@ -24,7 +24,7 @@ Task<DeleteResult> sendDelete(CorePtr core, const WriteContext& context, const N
 
 void settleRefusedDelete(const WriteContext& context, const NodeRecord& record, std::int64_t journalId,
                          const Refusal& refusal) {
-    if (const auto* final = std::get_if<RefusedForGood>(&refusal)) {
+    if (const auto* forGood = std::get_if<RefusedForGood>(&refusal)) {
         context.store->removePending(journalId);
         LocalMutations::markUploadError(*context.store, record.brainId, record.nodeId, forGood->message);
     } else {

@@ -77,7 +77,7 @@ void mark(const WriteContext& context, const NodeRecord& record, const std::stri
 
 void settleRefusedMove(const WriteContext& context, const NodeRecord& record, const MovePlan::Move& plan,
                        std::int64_t journalId, const Refusal& refusal) {
-    if (const auto* final = std::get_if<RefusedForGood>(&refusal)) {
+    if (const auto* forGood = std::get_if<RefusedForGood>(&refusal)) {
         context.store->removePending(journalId);
         mark(context, record, forGood->message);
     } else {

@@ -17,6 +17,7 @@
 #include "fileprovider/items.h"
 #include "synckit/auth/keychain_token_store.h"
 #include "synckit/container/app_group.h"
+#include "synckit/container/sync_signal.h"
 #include "tests/support/catalogue.h"
 #include "tests/support/fake_system.h"
 
@@ -42,9 +43,9 @@ inline std::string contentOf(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-class ExtensionFixture : public testing::Test {
- protected:
-    ExtensionFixture() { signIn(); }
+class ExtensionWorld {
+ public:
+    ExtensionWorld() { signIn(); }
 
     void signIn() {
         KeychainTokenStore(machine->secrets, KeychainTokenStore::defaultService,
@@ -123,5 +124,7 @@ class ExtensionFixture : public testing::Test {
     std::shared_ptr<MetadataStore> catalogue_;
     std::unique_ptr<fileprovider::FileProviderExtension> extension_;
 };
+
+class ExtensionFixture : public testing::Test, public ExtensionWorld {};
 
 }  // namespace vorlinden::tests

@@ -1,4 +1,5 @@
 #include "fileprovider/extension_core.h"
+#include "fileprovider/node_lookup.h"
 #include "tests/fileprovider/extension_fixture.h"
 
 namespace vorlinden::tests {
@@ -100,25 +101,6 @@ TEST_F(ExtensionTest, LookupFailuresOfTheCatalogueAreMapped) {
     extension();
     SQLiteDatabase(AppGroup::syncDatabaseURL(machine->system()).string()).execute("DROP TABLE nodes");
     EXPECT_EQ(lookUp(file)->error, providerError(protocol::serverUnreachable));
-}
-
-TEST_F(ExtensionTest, WritesAreRefusedWithAWordForTheUser) {
-    std::vector<std::optional<Error>> heard;
-    const auto written = [&](auto item, auto fields, bool fetchContent, auto error) {
-        EXPECT_FALSE(item);
-        EXPECT_EQ(fields, 0u);
-        EXPECT_FALSE(fetchContent);
-        heard.push_back(std::move(error));
-    };
-    extension().createItem({}, 0, {}, 0, {}, written);
-    extension().modifyItem({}, {}, 0, {}, 0, {}, written);
-    extension().deleteItem("any", {}, 0, {}, [&](auto error) { heard.push_back(std::move(error)); });
-    ASSERT_EQ(heard.size(), 3u);
-    for (const auto& error : heard) {
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->code, protocol::cannotSynchronize);
-        EXPECT_TRUE(error->text);
-    }
 }
 
 class CoreTest : public ExtensionFixture {

@@ -54,6 +54,26 @@ class Files : public ::testing::Test {
     }
 };
 
+TEST_F(Files, OnlyAFrozenFileIsMapped) {
+    for (const auto& [mode, seen] : {std::pair{0400, "new"}, {0600, "old"}, {0444, "old"}}) {
+        const fs::path file = folder / std::to_string(mode);
+        std::ofstream(file) << "old";
+        ASSERT_EQ(::chmod(file.c_str(), static_cast<mode_t>(mode)), 0);
+        const Data bytes = files->readOrMap(file);
+        EXPECT_EQ(bytes.view(), "old");
+        EXPECT_EQ(files->size(file), 3u);
+        ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+        std::fstream(file, std::ios::in | std::ios::out) << "new";  // against the promise, to see the mapping
+        fs::remove(file);
+        EXPECT_EQ(bytes.view(), seen) << mode;
+    }
+    std::ofstream(folder / "empty").close();
+    ASSERT_EQ(::chmod((folder / "empty").c_str(), 0400), 0);
+    EXPECT_TRUE(files->readOrMap(folder / "empty").empty());
+    EXPECT_EQ(codeOf([&] { files->readOrMap(folder / "none"); }), ENOENT);
+    EXPECT_EQ(codeOf([&] { files->size(folder / "none"); }), ENOENT);
+}
+
 TEST_F(Files, WrittenBytesReadBackWholeAndPrivate) {
     for (const std::size_t size : {0, 1, 4096, 10'000'000}) {
         const std::string bytes(size, static_cast<char>('a' + size % 7));

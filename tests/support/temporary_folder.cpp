@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <system_error>
 
+#include <unistd.h>
+
 namespace vorlinden::tests {
 
 namespace {
@@ -30,6 +32,14 @@ TemporaryFolder::TemporaryFolder() {
 TemporaryFolder::~TemporaryFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
+}
+
+FoldersInMemory::FoldersInMemory() : before_(std::filesystem::temp_directory_path()) {
+    if (::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
+}
+
+FoldersInMemory::~FoldersInMemory() {
+    ::setenv("TMPDIR", before_.c_str(), 1);
 }
 
 }  // namespace vorlinden::tests

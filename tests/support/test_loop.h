@@ -54,6 +54,12 @@ class TestLoop {
         context_.poll();
     }
 
+    // Runs one piece of work between two waits, if there is any.
+    bool step() {
+        context_.restart();
+        return context_.poll_one() != 0;
+    }
+
     // Starts `body` (a callable that gives a Task<T>) and runs until idle.
     template <class Body>
     auto start(Body body) {
