@@ -28,7 +28,8 @@ driver_ready() { curl -s "$driver/status" | jq -e .value.ready >/dev/null; }
 eventually driver_ready
 # Without the preference the browser would ask whether it may open xdg-open.
 options=$(jq -n --arg url "$url" --arg profile "$work/profile" '{
-    args: ["--no-sandbox", "--disable-gpu", "--no-first-run", "--user-data-dir=" + $profile],
+    args: ["--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-background-networking",
+           "--disable-component-update", "--disable-sync", "--no-proxy-server", "--user-data-dir=" + $profile],
     prefs: {protocol_handler: {allowed_origin_protocol_pairs: {($url): {vorlinden: true}}}}}')
 session=$(curl -sS -X POST "$driver/session" \
     -d "{\"capabilities\":{\"alwaysMatch\":{\"goog:chromeOptions\":$options}}}" | jq -r .value.sessionId)
@@ -54,7 +55,8 @@ button() {
     curl -s -X POST "$driver/session/$session/element" \
         -d '{"using":"css selector","value":"button[value=allow]"}' | jq -r '.value | to_entries[0].value'
 }
-eventually test "$(button)" != null
+has_button() { [[ $(button) != null ]]; }
+eventually has_button
 curl -s "$driver/session/$session/screenshot" | jq -r .value | base64 -d >"${screenshot:-$work/page.png}"
 
 story "the Allow button is clicked"
