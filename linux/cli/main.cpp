@@ -9,6 +9,9 @@ int main(int argc, char** argv) {
     addSync(program);
     addMount(program);
     addStatus(program);
+    addConflicts(program);
+    addEvents(program);
+    addItem(program);
     addLogout(program);
     addServer(program);
     addServerCtl(program);

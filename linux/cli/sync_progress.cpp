@@ -17,13 +17,6 @@ std::string outcomeText(const host::BrainReport& report) {
     return text + std::to_string(report.pull.entries) + (report.pull.entries == 1 ? " change" : " changes");
 }
 
-std::string copiesText(const host::BrainReport& report) {
-    const auto count = report.pull.copies;
-    return report.brain.slug + ": " + std::to_string(count) +
-           (count == 1 ? " local change was" : " local changes were") +
-           " overtaken; the bytes are kept beside the server's as conflict copies.";
-}
-
 }  // namespace
 
 SyncProgress::SyncProgress(std::string server)
@@ -44,11 +37,14 @@ void SyncProgress::willPull(const BrainRecord& brain) {
 void SyncProgress::didPull(const host::BrainReport& report) {
     showWork("");
     if (report.pull.snapshot || report.pull.entries > 0) tell(outcomeText(report));
-    if (report.pull.copies > 0) tell(copiesText(report));
     const auto failure = report.failure ? host::explain(report.failure).sentence : std::string();
     auto& told = failures_[report.brain.brainId];
     if (!failure.empty() && failure != told) tell(report.brain.slug + ": " + failure);
     told = failure;
+}
+
+void SyncProgress::didHear(const host::ToldEvent& event) {
+    tell(event.line());
 }
 
 void SyncProgress::willRetry(const std::exception_ptr& failure, std::chrono::milliseconds pause) {

@@ -18,6 +18,7 @@ class SyncProgress : public host::SyncObserver {
 
     void willPull(const BrainRecord& brain) override;
     void didPull(const host::BrainReport& report) override;
+    void didHear(const host::ToldEvent& event) override;
     void willRetry(const std::exception_ptr& failure, std::chrono::milliseconds pause) override;
     void willRest(const std::vector<host::BrainReport>& reports) override;
     void isSignedOut(const std::exception_ptr& failure) override;

@@ -7,6 +7,9 @@
 namespace vorlinden::cli {
 
 void addConfig(Program& program);
+void addConflicts(Program& program);
+void addEvents(Program& program);
+void addItem(Program& program);
 void addLogin(Program& program);
 void addLogout(Program& program);
 void addMount(Program& program);

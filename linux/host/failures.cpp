@@ -45,6 +45,10 @@ ChangesWithoutEnd::ChangesWithoutEnd(std::string name)
     : Failure("The server sends changes of " + name + " without end; the next round goes on."),
       brain(std::move(name)) {}
 
+NoSuchPlace::NoSuchPlace(std::string what) : Failure(what), text(std::move(what)) {}
+
+ChangeRefused::ChangeRefused(std::string why) : Failure(why), reason(std::move(why)) {}
+
 ProgramFailed::ProgramFailed(std::string name, int code)
     : Failure(code == 127 ? name + " is not installed."
                           : name + " failed with status " + std::to_string(code) + "."),

@@ -54,6 +54,20 @@ struct ChangesWithoutEnd : platform::Failure {
     bool operator==(const ChangesWithoutEnd&) const = default;
 };
 
+// A name on the command line leads nowhere; the text says so.
+struct NoSuchPlace : platform::Failure {
+    explicit NoSuchPlace(std::string text);
+    std::string text;
+    bool operator==(const NoSuchPlace&) const = default;
+};
+
+// A change that the rules of the tree don't allow; the text says why.
+struct ChangeRefused : platform::Failure {
+    explicit ChangeRefused(std::string reason);
+    std::string reason;
+    bool operator==(const ChangeRefused&) const = default;
+};
+
 // A program that the host starts (xdg-open and its like) could not be run or failed.
 struct ProgramFailed : platform::Failure {
     ProgramFailed(std::string program, int status);

@@ -1,5 +1,6 @@
 #include "linux/host/pull.h"
 
+#include <set>
 #include <utility>
 
 #include "linux/host/settle.h"
@@ -26,6 +27,7 @@ struct Step {
 
 // One request and what comes of it, with the lock held.
 Task<Step> pullStep(WorkspaceRef workspace, BrainRecord brain) {
+    workspace->recovery->noteOrigins(*workspace->store);
     const auto anchor = workspace->store->currentAnchor();
     const auto response = co_await askForChanges(workspace, brain.brainId);
     const auto applied = applyChanges(*workspace, brain, response);
@@ -56,12 +58,23 @@ Task<BrainReport> pullReported(WorkspaceRef workspace, BrainRecord brain) {
     co_return report;
 }
 
+// What exists only here goes with its brain; its bytes are kept.
+void keepWhatGoes(const Workspace& workspace, const std::vector<Brain>& granted) {
+    std::set<UUID> staying;
+    for (const auto& brain : granted)
+        if (const auto id = UUID::parse(brain.id)) staying.insert(*id);
+    for (const auto& brain : workspace.store->brains())
+        if (!staying.contains(brain.brainId)) workspace.recovery->keepLocalOnly(*workspace.store, brain);
+}
+
 }  // namespace
 
 Task<std::vector<BrainRecord>> pullGrants(WorkspaceRef workspace) {
     const auto hold = [workspace]() -> Task<bool> {
         const auto ask = [workspace] { return workspace->client->listBrains(); };
         const auto brains = co_await workspace->tokens->withAuthRetry<std::vector<Brain>>(ask);
+        workspace->recovery->noteOrigins(*workspace->store);
+        keepWhatGoes(*workspace, brains);
         co_return BrainGrants::apply(brains, *workspace->store);
     };
     if (co_await workspace->locked(hold)) workspace->signalWorkingSet();

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "linux/host/event_history.h"
 #include "linux/host/workspace.h"
 #include "synckit/catalogue/records.h"
 
@@ -30,6 +31,7 @@ class PullObserver {
     virtual ~PullObserver() = default;
     virtual void willPull(const BrainRecord&) {}
     virtual void didPull(const BrainReport&) {}
+    virtual void didHear(const ToldEvent&) {}  // of a conflict that was settled
 };
 
 // Fetches and stores which brains there are, and gives them as they now stand. Signals the working set if the

@@ -54,6 +54,8 @@ Status gatherStatus(const platform::System& system, const platform::Folders& fol
     status.roundFailure = state.roundFailure();
     status.syncRuns = isSyncRunning(system, folders);
     if (!system.files->exists(AppGroup::syncDatabaseURL(system))) return status;
+    status.recoveredFolder = Recovery::folderOf(system).string();
+    status.recovered = Recovery::count(*system.files, status.recoveredFolder);
     const auto workspace = Workspace::open(system, folders);
     readSession(*workspace, status);
     readCatalogue(*workspace, state, status);

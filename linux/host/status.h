@@ -43,7 +43,9 @@ struct Status {
     std::optional<std::string> deviceId;
     std::optional<std::string> deviceName;
     std::vector<BrainStatus> brains;
-    std::size_t waiting = 0;  // journal rows, those of brains that are gone among them
+    std::size_t waiting = 0;    // journal rows, those of brains that are gone among them
+    std::size_t recovered = 0;  // files in recoveredFolder
+    std::string recoveredFolder;
     bool syncRuns = false;
     std::optional<std::string> roundFailure;  // why the last round could not be held
     std::optional<MountStatus> mount;         // absent: nothing is mounted

@@ -53,6 +53,12 @@ JSONText syncJSON(const Status& status) {
     return object.text();
 }
 
+JSONText recoveredJSON(const Status& status) {
+    JSONObjectBuilder object;
+    object.add("files", static_cast<std::int64_t>(status.recovered)).add("folder", status.recoveredFolder);
+    return object.text();
+}
+
 JSONText mountJSON(const MountStatus& mount) {
     JSONObjectBuilder object;
     object.add("path", mount.mountPoint).add("server", mount.server).add("trouble", mount.trouble);
@@ -131,6 +137,7 @@ std::string statusJSON(const Status& status) {
         .add("device", deviceJSON(status))
         .add("brains", brains)
         .add("waiting", static_cast<std::int64_t>(status.waiting))
+        .add("recovered", recoveredJSON(status))
         .add("sync", syncJSON(status));
     if (status.mount) object.add("mount", mountJSON(*status.mount));
     return object.text().text;
@@ -151,6 +158,10 @@ std::string statusText(const Status& status, platform::Timestamp now) {
     for (const auto& brain : status.brains)
         out << brainText(brain, now);
     if (status.waiting > 0) out << counted(status.waiting, "change") << " waiting to go to the server\n";
+    if (status.recovered > 0) {
+        out << counted(status.recovered, "file") << " with bytes that are nowhere else, kept for 30 days in "
+            << status.recoveredFolder << "\n";
+    }
     return out.str();
 }
 

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "linux/host/alarm.h"
+#include "linux/host/event_history.h"
 #include "linux/host/explain.h"
 #include "linux/host/host_state.h"
 #include "linux/host/pauses.h"
@@ -40,6 +41,31 @@ void remember(const Workspace& workspace, const std::vector<BrainReport>& report
 
 void rememberFailure(const Workspace& workspace, const std::exception_ptr& failure) {
     HostState(workspace.system, workspace.folders.state).setRoundFailure(explain(failure).sentence);
+}
+
+// What follows a round, however it went: the person hears of settled conflicts, the spool is swept.
+Task<> tidyUp(WorkspaceRef workspace, PullObserver& observer) {
+    const auto hold = [workspace]() -> Task<std::vector<ToldEvent>> {
+        auto events = EventHistory(workspace->system, workspace->folders.state).collect(*workspace->store);
+        workspace->recovery->prune(*workspace->store);
+        co_return events;
+    };
+    for (const auto& event : co_await workspace->locked(hold))
+        observer.didHear(event);
+}
+
+// Null, or why there was no round.
+Task<std::exception_ptr> attempt(WorkspaceRef workspace, PullObserver& observer,
+                                 std::vector<BrainReport>& reports) {
+    try {
+        reports = co_await pullRound(workspace, observer);
+        remember(*workspace, reports);
+    } catch (const CancelledError&) {
+        throw;
+    } catch (...) {
+        co_return std::current_exception();
+    }
+    co_return nullptr;
 }
 
 // What one turn of the loop came to: reports, or the failure that kept it from being held or complete.
@@ -96,16 +122,16 @@ std::filesystem::path runningLockFile(const platform::Folders& folders) {
 }  // namespace
 
 Task<std::vector<BrainReport>> syncOnce(WorkspaceRef workspace, PullObserver& observer) {
-    std::exception_ptr failure;
+    std::vector<BrainReport> reports;
+    auto failure = co_await attempt(workspace, observer, reports);
     try {
-        auto reports = co_await pullRound(workspace, observer);
-        remember(*workspace, reports);
-        co_return reports;
+        co_await tidyUp(workspace, observer);
     } catch (const CancelledError&) {
         throw;
     } catch (...) {
-        failure = std::current_exception();
+        if (!failure) failure = std::current_exception();
     }
+    if (!failure) co_return reports;
     rememberFailure(*workspace, failure);
     std::rethrow_exception(failure);
 }

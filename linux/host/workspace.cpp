@@ -31,7 +31,8 @@ std::shared_ptr<const Workspace> Workspace::open(const platform::System& system,
     auto client = std::make_shared<SyncAPIClient>(baseURL, transport, tokens);
     return std::make_shared<const Workspace>(
         Workspace{system, folders, baseURL, AppGroup::syncExecutionLockURL(system), std::move(store),
-                  std::move(transport), std::move(tokenStore), std::move(tokens), std::move(client)});
+                  std::move(transport), std::move(tokenStore), std::move(tokens), std::move(client),
+                  std::make_shared<Recovery>(system)});
 }
 
 void Workspace::requireSession() const {

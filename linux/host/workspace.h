@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "linux/host/failures.h"
+#include "linux/host/recovery.h"
 #include "platform/fileprovider/protocol.h"
 #include "platform/system.h"
 #include "synckit/auth/token_manager.h"
@@ -21,7 +22,7 @@ namespace vorlinden::host {
 // The one domain of the product: what the host registers, and the daemon shows as a folder.
 platform::fileprovider::Domain productDomain();
 
-// Shared by an operation and its tasks, constant after open(), every member thread-safe.
+// Shared by an operation and its tasks, constant after open(), every member thread-safe unless it says else.
 struct Workspace {
     const platform::System system;
     const platform::Folders folders;
@@ -32,6 +33,7 @@ struct Workspace {
     const std::shared_ptr<TokenPersisting> tokenStore;
     const std::shared_ptr<TokenManager> tokens;
     const std::shared_ptr<SyncAPIClient> client;
+    const std::shared_ptr<Recovery> recovery;  // used while the execution lock is held only
 
     // Opens the catalogue, making it if it is not there. Throws CatalogueUnusable and what the platform
     // throws.

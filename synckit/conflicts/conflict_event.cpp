@@ -36,7 +36,28 @@ Timestamp readTimestamp(const JSONValue& json) {
     throw json.corrupted("Invalid ISO 8601 date");
 }
 
-ConflictEvent readEvent(const JSONValue& json) {
+std::vector<ConflictEvent> stored(MetadataStore& store) {
+    std::vector<ConflictEvent> events;
+    const auto text = store.meta(MetaKey::conflictEvents);
+    if (!text) return events;
+    const platform::JSONDocument document(*text);
+    for (const JSONValue& event : document.root().list())
+        events.push_back(decoded(event));
+    return events;
+}
+
+// An empty log has no row.
+void write(const std::vector<ConflictEvent>& events, MetadataStore& store) {
+    if (events.empty()) return store.setMeta(std::nullopt, MetaKey::conflictEvents);
+    std::vector<JSONText> list;
+    for (const ConflictEvent& event : events)
+        list.push_back(encoded(event));
+    store.setMeta(platform::toJSON(list).text, MetaKey::conflictEvents);
+}
+
+}  // namespace
+
+ConflictEvent decoded(const JSONValue& json) {
     return {.kind = readKind(json.required("kind")),
             .brainId = readUUID(json.required("brainId")),
             .path = json.requiredString("path"),
@@ -45,7 +66,7 @@ ConflictEvent readEvent(const JSONValue& json) {
             .at = readTimestamp(json.required("at"))};
 }
 
-JSONText writeEvent(const ConflictEvent& event) {
+JSONText encoded(const ConflictEvent& event) {
     return platform::JSONObjectBuilder()
         .add("kind", kinds[static_cast<std::size_t>(event.kind)])
         .add("brainId", event.brainId.upperText())
@@ -55,27 +76,6 @@ JSONText writeEvent(const ConflictEvent& event) {
         .add("at", SyncJSON::string(event.at))
         .sortedText();
 }
-
-std::vector<ConflictEvent> stored(MetadataStore& store) {
-    std::vector<ConflictEvent> events;
-    const auto text = store.meta(MetaKey::conflictEvents);
-    if (!text) return events;
-    const platform::JSONDocument document(*text);
-    for (const JSONValue& event : document.root().list())
-        events.push_back(readEvent(event));
-    return events;
-}
-
-// An empty log has no row.
-void write(const std::vector<ConflictEvent>& events, MetadataStore& store) {
-    if (events.empty()) return store.setMeta(std::nullopt, MetaKey::conflictEvents);
-    std::vector<JSONText> list;
-    for (const ConflictEvent& event : events)
-        list.push_back(writeEvent(event));
-    store.setMeta(platform::toJSON(list).text, MetaKey::conflictEvents);
-}
-
-}  // namespace
 
 void append(const std::vector<ConflictEvent>& events, MetadataStore& store) {
     if (events.empty()) return;

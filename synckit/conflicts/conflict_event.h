@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/json.h"
 #include "synckit/types.h"
 
 namespace vorlinden {
@@ -43,6 +44,10 @@ inline constexpr std::size_t maxEvents = 50;
 void append(const std::vector<ConflictEvent>& events, MetadataStore& store);
 // All events, oldest first; the log is then empty.
 std::vector<ConflictEvent> drain(MetadataStore& store);
+
+// One event in the log's own form, for a host that keeps events. Reading throws JSONError.
+platform::JSONText encoded(const ConflictEvent& event);
+ConflictEvent decoded(const platform::JSONValue& json);
 
 }  // namespace ConflictEventLog
 

@@ -38,16 +38,6 @@ std::optional<std::int64_t> journalIdOf(std::string_view name) {
     return parseInteger(name.substr(editPrefix.size()));
 }
 
-// The node that an entry belongs to; absent for any other name.
-std::optional<std::string> nodeIdOf(std::string_view name) {
-    if (!name.starts_with(nodePrefix)) return std::nullopt;
-    try {
-        return platform::repairedUTF8(boost::algorithm::unhex(std::string(name.substr(nodePrefix.size()))));
-    } catch (const boost::algorithm::hex_decode_error&) {
-        return std::nullopt;
-    }
-}
-
 // What the catalogue still refers to, as it stands in one transaction.
 class Reachable {
  public:
@@ -58,7 +48,7 @@ class Reachable {
 
     bool holds(std::string_view name) const {
         if (const auto id = journalIdOf(name)) return journalIds_.contains(*id);
-        if (const auto id = nodeIdOf(name)) return anyBrainHas(*id);
+        if (const auto id = ConflictSpool::nodeIdOf(name)) return anyBrainHas(*id);
         return true;  // not ours to judge
     }
 
@@ -95,6 +85,15 @@ std::string ConflictSpool::nodeKey(std::string_view nodeId) {
     std::string key(nodePrefix);
     boost::algorithm::hex_lower(nodeId.begin(), nodeId.end(), std::back_inserter(key));
     return key;
+}
+
+std::optional<std::string> ConflictSpool::nodeIdOf(std::string_view key) {
+    if (!key.starts_with(nodePrefix)) return std::nullopt;
+    try {
+        return platform::repairedUTF8(boost::algorithm::unhex(std::string(key.substr(nodePrefix.size()))));
+    } catch (const boost::algorithm::hex_decode_error&) {
+        return std::nullopt;
+    }
 }
 
 void ConflictSpool::write(const Data& bytes, const std::string& key) const {
@@ -156,9 +155,18 @@ std::optional<Data> ConflictSpool::pendingBytes(std::int64_t journalId) const {
 void ConflictSpool::prune(MetadataStore& store) const {
     if (!files_->exists(directory_)) return;
     store.inTransaction([&] {
+        for (const auto& name : unreachable(store))
+            remove(name);
+    });
+}
+
+std::vector<std::string> ConflictSpool::unreachable(MetadataStore& store) const {
+    if (!files_->exists(directory_)) return {};
+    return store.inTransaction([&] {
         const Reachable reachable(store);
-        for (const auto& name : files_->list(directory_))
-            if (!reachable.holds(name)) remove(name);
+        auto names = files_->list(directory_);
+        std::erase_if(names, [&](const std::string& name) { return reachable.holds(name); });
+        return names;
     });
 }
 

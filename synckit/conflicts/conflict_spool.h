@@ -33,6 +33,8 @@ class ConflictSpool {
     static std::string editKey(std::int64_t journalId);
     static std::string copyKey(std::int64_t journalId);
     static std::string nodeKey(std::string_view nodeId);
+    // The node whose key this is; absent for any other name.
+    static std::optional<std::string> nodeIdOf(std::string_view key);
 
     const std::filesystem::path& directory() const { return directory_; }
 
@@ -54,6 +56,8 @@ class ConflictSpool {
     // write transaction, so that no row appears meanwhile. Names of other forms stay. The first removal that
     // fails ends the sweep.
     void prune(MetadataStore& store) const;
+    // What prune() would remove: for a host that keeps the bytes elsewhere first.
+    std::vector<std::string> unreachable(MetadataStore& store) const;
 
  private:
     std::filesystem::path file(const std::string& key) const { return directory_ / key; }
