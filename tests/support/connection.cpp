@@ -16,11 +16,10 @@ int onOpen(sqlite3* connection, char**, const struct sqlite3_api_routines*) {
     return sqlite3_exec(connection, "PRAGMA synchronous = OFF", nullptr, nullptr, nullptr);
 }
 
-int appendRow(void* text, int columns, char** values, char**) {
-    auto& out = *static_cast<std::string*>(text);
+int appendRow(void* rows, int columns, char** values, char**) {
+    auto& row = static_cast<std::vector<std::vector<std::string>>*>(rows)->emplace_back();
     for (int i = 0; i < columns; ++i)
-        out.append(values[i] ? values[i] : "NULL").append("|");
-    out += "\n";
+        row.emplace_back(values[i] ? values[i] : "NULL");
     return 0;
 }
 
@@ -34,15 +33,24 @@ sqlite3* connectionOf(const std::function<void()>& open) {
     return opened;
 }
 
+std::vector<std::vector<std::string>> rows(sqlite3* connection, const std::string& sql) {
+    std::vector<std::vector<std::string>> found;
+    if (sqlite3_exec(connection, sql.c_str(), appendRow, &found, nullptr) != SQLITE_OK)
+        throw std::runtime_error(sqlite3_errmsg(connection));
+    return found;
+}
+
 std::string dump(sqlite3* connection) {
     std::string text;
     for (const std::string table :
          {"changes_log ORDER BY anchor", "nodes ORDER BY brain_id, path", "brains ORDER BY brain_id",
           "pending_changes ORDER BY id", "meta ORDER BY key", "own_writes ORDER BY id"}) {
         text += table + "\n";
-        if (sqlite3_exec(connection, ("SELECT * FROM " + table).c_str(), appendRow, &text, nullptr) !=
-            SQLITE_OK)
-            throw std::runtime_error(sqlite3_errmsg(connection));
+        for (const auto& row : rows(connection, "SELECT * FROM " + table)) {
+            for (const auto& value : row)
+                text += value + "|";
+            text += "\n";
+        }
     }
     return text;
 }

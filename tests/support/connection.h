@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 struct sqlite3;
 
@@ -11,11 +12,13 @@ namespace vorlinden::tests {
 // The connection that `open` opens; no statement on it waits for the disk. Belongs to whoever opened it.
 sqlite3* connectionOf(const std::function<void()>& open);
 
+// The rows that a query gives, as text.
+std::vector<std::vector<std::string>> rows(sqlite3* connection, const std::string& sql);
 // Every row of every table, a line each.
 std::string dump(sqlite3* connection);
 
 // While it lives, one statement on a connection fails with SQLITE_AUTH: the `number`th from now, BEGIN and
-// COMMIT included. Nothing fails if there are fewer. One at a time for a connection.
+// COMMIT included; none if it is 0. One at a time for a connection.
 class StatementFault {
  public:
     StatementFault(sqlite3* connection, int number);

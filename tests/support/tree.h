@@ -35,12 +35,12 @@ inline std::vector<std::string> tree(MetadataStore& store, const UUID& brainId) 
 // The rows of changes_log behind an anchor, oldest first: "+ID" or "-ID" of a node, "+brain" or "-brain".
 inline std::vector<std::string> log(const Catalogue& catalogue, std::int64_t since = 0) {
     std::vector<std::string> lines;
-    for (const auto& row : catalogue.raw().query(
-             "SELECT item_identifier, deleted FROM changes_log WHERE anchor > ? ORDER BY anchor",
-             {SQLiteValue::integer(since)})) {
-        const auto item = SyncItemIdentifier::fromRawValue(row.string(0));
+    for (const auto& row :
+         rows(catalogue.connection(), "SELECT item_identifier, deleted FROM changes_log WHERE anchor > " +
+                                          std::to_string(since) + " ORDER BY anchor")) {
+        const auto item = SyncItemIdentifier::fromRawValue(row[0]);
         const auto* node = std::get_if<SyncItemIdentifier::Node>(&item->value);
-        lines.push_back((row.int64(1) != 0 ? "-" : "+") + (node ? shortId(node->nodeId) : "brain"));
+        lines.push_back((row[1] == "1" ? "-" : "+") + (node ? shortId(node->nodeId) : "brain"));
     }
     return lines;
 }
