@@ -46,9 +46,9 @@ std::string filePath(int i) {
     return folderPath(i / filesPerFolder) + "/Meeting notes " + std::to_string(i % filesPerFolder) + ".md";
 }
 
-std::vector<SnapshotNode> makeSnapshot() {
+std::vector<SnapshotNode> makeSnapshot(int folderCount) {
     std::vector<SnapshotNode> nodes;
-    for (int i = 0; i < folders; ++i)
+    for (int i = 0; i < folderCount; ++i)
         nodes.push_back({"node-folder-" + std::to_string(i),
                          folderPath(i),
                          "Project " + std::to_string(i),
@@ -57,7 +57,7 @@ std::vector<SnapshotNode> makeSnapshot() {
                          {},
                          {},
                          dateOf(i)});
-    for (int i = 0; i < folders * filesPerFolder; ++i) {
+    for (int i = 0; i < folderCount * filesPerFolder; ++i) {
         SnapshotNode node{"node-file-" + std::to_string(i),
                           filePath(i),
                           "Meeting notes",

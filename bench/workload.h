@@ -20,7 +20,7 @@ inline const UUID brain = *UUID::parse("00000000-0000-4000-8000-000000000001");
 
 std::string folderPath(int i);
 std::string filePath(int i);
-std::vector<SnapshotNode> makeSnapshot();
+std::vector<SnapshotNode> makeSnapshot(int folderCount = folders);  // 100 nodes a folder
 // A day's work of a team: mostly edits, some new files, renames, deletions.
 std::vector<FeedEntry> makeFeed();
 
