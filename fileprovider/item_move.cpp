@@ -53,8 +53,7 @@ std::string freePath(const ExtensionCore& core, const WriteContext& context, con
     CanonicalPathSet taken;
     for (const auto& node : context.store->allNodes(brainId))
         taken.insert(node.path);
-    return ConflictNamer::conflictCopyPath(toPath, ConflictNamer::safeDeviceName(context.deviceName),
-                                           now(core), taken);
+    return ConflictNamer::conflictCopyPath(toPath, context.deviceName, now(core), taken);
 }
 
 // Gives the path that the item has now. A source that the server doesn't have (any more: an earlier answer

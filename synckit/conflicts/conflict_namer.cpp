@@ -1,9 +1,5 @@
 #include "synckit/conflicts/conflict_namer.h"
 
-#include <algorithm>
-
-#include "platform/text.h"
-
 namespace vorlinden::ConflictNamer {
 
 namespace {
@@ -41,13 +37,6 @@ std::string conflictCopyPath(std::string_view forPath, std::string_view deviceNa
                              const CanonicalPathSet& existingPaths, std::chrono::seconds timeZone) {
     const auto isTaken = [&](const std::string& path) { return existingPaths.contains(path); };
     return conflictCopyPath(forPath, deviceName, date, isTaken, timeZone);
-}
-
-std::string safeDeviceName(std::string name) {
-    std::ranges::replace_if(
-        name, [](char c) { return c == '/' || c == ':'; }, '-');
-    name = platform::trimmed(name);
-    return name.empty() ? "Mac" : name;
 }
 
 }  // namespace vorlinden::ConflictNamer

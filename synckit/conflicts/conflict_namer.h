@@ -13,7 +13,7 @@ namespace vorlinden::ConflictNamer {
 
 // "Plan.md" becomes "Plan (conflicted copy DEVICE 2026-03-04).md" in the same folder, with " 2", " 3" and so
 // on behind the date until the path is free. `timeZone` is the distance from UTC of the zone that names the
-// day. The device name is taken as it is: a caller that has it from the machine asks safeDeviceName() first.
+// day. The device name is taken as it is: a caller that has it from the machine removes "/" first.
 std::string conflictCopyPath(std::string_view forPath, std::string_view deviceName, Timestamp date,
                              const CanonicalPathSet& existingPaths,
                              std::chrono::seconds timeZone = std::chrono::seconds{0});
@@ -22,9 +22,5 @@ std::string conflictCopyPath(std::string_view forPath, std::string_view deviceNa
 std::string conflictCopyPath(std::string_view forPath, std::string_view deviceName, Timestamp date,
                              const std::function<bool(const std::string&)>& isTaken,
                              std::chrono::seconds timeZone = std::chrono::seconds{0});
-
-// A machine's name as it may stand in a file name: no separators of any system, no blanks at its ends, not
-// empty.
-std::string safeDeviceName(std::string name);
 
 }  // namespace vorlinden::ConflictNamer

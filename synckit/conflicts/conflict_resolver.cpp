@@ -145,8 +145,7 @@ ConflictCopy ConflictResolver::makeConflictCopy(const UUID& brainId, const std::
     };
     NodeRecord copy;
     copy.brainId = brainId;
-    copy.path =
-        ConflictNamer::conflictCopyPath(path, ConflictNamer::safeDeviceName(deviceName_), stamp, isTaken);
+    copy.path = ConflictNamer::conflictCopyPath(path, safeDeviceName(), stamp, isTaken);
     BatchApplier(brainId, *store_, *random_, stamp).ensureAncestors(copy.path);
 
     const auto plan = UploadPlanner::planContentUpload(data);
@@ -185,6 +184,15 @@ void ConflictResolver::spoolCopy(const Data& data, std::int64_t journalId) {
         store_->beforeCommit([spool = spool_, keys] { spool.flush(*keys); });
     }
     keys->push_back(ConflictSpool::copyKey(journalId));
+}
+
+// As it may stand in a file name: no separators of any system, no blanks at its ends, not empty.
+std::string ConflictResolver::safeDeviceName() const {
+    auto name = deviceName_;
+    std::ranges::replace_if(
+        name, [](char c) { return c == '/' || c == ':'; }, '-');
+    name = platform::trimmed(name);
+    return name.empty() ? "Mac" : name;
 }
 
 void ConflictResolver::tell(ConflictEvent event) {

@@ -110,6 +110,7 @@ class ConflictResolver : public std::enable_shared_from_this<ConflictResolver> {
     ConflictCopy makeConflictCopy(const UUID& brainId, const std::string& path, const Data& data,
                                   ConflictCopyReason reason, const CanonicalPathSet& reserved = {});
     void spoolCopy(const Data& data, std::int64_t journalId);
+    std::string safeDeviceName() const;
     BounceResult keepAsCopy(const UUID& brainId, const std::string& path,
                             std::optional<std::int64_t> journalId, const Data& data,
                             ConflictCopyReason reason);

@@ -96,8 +96,8 @@ class ConflictResolver::Reset {
         for (auto row : rows_) {
             if (!row.localOnly || isOwned(row) || !judgement_.claims(row.path)) continue;
             const auto isTaken = [this](const std::string& path) { return reserved().contains(path); };
-            row.path = ConflictNamer::conflictCopyPath(
-                row.path, ConflictNamer::safeDeviceName(resolver_.deviceName_), resolver_.now_(), isTaken);
+            row.path = ConflictNamer::conflictCopyPath(row.path, resolver_.safeDeviceName(), resolver_.now_(),
+                                                       isTaken);
             store_.upsert(row);
             store_.appendChange(row.identifier(), false);
             reserved().insert(row.path);

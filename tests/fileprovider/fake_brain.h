@@ -11,8 +11,8 @@
 
 namespace vorlinden::tests {
 
-// Answers the writing requests of a FakeURLSession as the server would. Lives as long as the session is
-// asked.
+// Answers the writing requests of a FakeURLSession, and refreshes of the token, as the server would. Lives as
+// long as the session is asked.
 class FakeBrain {
  public:
     explicit FakeBrain(FakeURLSession& session) {
@@ -20,6 +20,7 @@ class FakeBrain {
     }
 
     std::map<std::string, std::string> files;  // content by path
+    std::string readOnly = "none";             // the path that this user may not write
     // What becomes of the next requests, one each; of all later ones "ok". "off" reaches nobody, "lost" is
     // done but not answered, "403 FORBIDDEN" is refused with that status and code.
     std::deque<std::string> fates;
@@ -28,6 +29,8 @@ class FakeBrain {
     using Answer = FakeURLSession::Answer;
 
     Answer answer(const platform::URLRequest& request) {
+        if (request.url.encodedPath().starts_with("/.well-known/")) return json({metadata});
+        if (request.url.encodedPath() == "/token") return json({tokens});
         std::string fate = "ok";
         if (!fates.empty()) {
             fate = fates.front();
@@ -53,6 +56,7 @@ class FakeBrain {
         const auto path = root.requiredString("path");
         if (request.method == "DELETE")
             return json(SyncJSON::encode(DeleteResult{files.erase(path) != 0, {}}));
+        if (path == readOnly) return refusal(403, "FORBIDDEN_SUBTREE");
         files[path] = root.optionalString("body").value_or(blob_);
         return written(path);
     }
@@ -73,6 +77,14 @@ class FakeBrain {
         return FakeURLSession::response(
             status, R"({"error":{"code":")" + code + R"(","message":"No: )" + code + R"("}})");
     }
+
+    static constexpr const char* metadata =
+        R"({"issuer":"https://sync.vorlinden.example","authorization_endpoint":"https://sync.vorlinden.example/a",
+            "token_endpoint":"https://sync.vorlinden.example/token",
+            "registration_endpoint":"https://sync.vorlinden.example/register"})";
+    static constexpr const char* tokens =
+        R"({"access_token":"access-2","token_type":"Bearer","expires_in":60,"refresh_token":"refresh-2",
+            "scope":"readwrite"})";
 
     std::string blob_;  // the bytes last uploaded
 };

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "synckit/conflicts/conflict_spool.h"
+#include "synckit/upload/upload_planner.h"
 #include "tests/fileprovider/extension_fixture.h"
 #include "tests/fileprovider/fake_brain.h"
 #include "tests/support/tree.h"
@@ -37,7 +38,7 @@ class WriteWorld : private FoldersInMemory, public ExtensionWorld {
     WriteWorld() : server(*machine->session) {
         addBrain();
         catalogue().setMeta("device-1", MetaKey::deviceId);
-        catalogue().setMeta("Studio/1", MetaKey::deviceName);
+        catalogue().setMeta("Studio", MetaKey::deviceName);
         add(folderNode(brain, "Notes"));
         for (const auto* path : {"Notes/a", "b"}) {
             add(fileNode(brain, path));
@@ -121,6 +122,13 @@ class WriteWorld : private FoldersInMemory, public ExtensionWorld {
         std::ofstream(file, std::ios::binary) << content;
         return file;
     }
+    // The lock file as another process has it open.
+    std::unique_ptr<platform::LockFile> openLock() {
+        const auto file = AppGroup::syncExecutionLockURL(machine->system());
+        return platform::posixFileSystem()->openLockFile(file);
+    }
+    std::unique_ptr<platform::LockFile> otherProcess;  // holds the lock while it is there
+
     ConflictSpool spool() { return ConflictSpool::inAppGroup(machine->system()); }
 
     // What is no more ("-") and what is new ("+") since the beginning, in tree, journal, spool, on the server
@@ -165,8 +173,7 @@ class WriteWorld : private FoldersInMemory, public ExtensionWorld {
     // All signals are out, and the lock is free for the host.
     void checkWakeUp() {
         signalledAtWakeUp_ = machine->manager->signalled().size();
-        const auto lock = machine->files->openLockFile(AppGroup::syncExecutionLockURL(machine->system()));
-        EXPECT_EQ(lock->tryLock(), 0);
+        EXPECT_TRUE(otherProcess || openLock()->tryLock() == 0);
     }
 
     // Sorted lines.
@@ -177,8 +184,11 @@ class WriteWorld : private FoldersInMemory, public ExtensionWorld {
                             (change.fromPath ? *change.fromPath + " > " : "") + change.path);
         }
         SQLiteDatabase raw(AppGroup::syncDatabaseURL(machine->system()).string());
-        for (const auto& line : log(raw))
-            lines.push_back("log " + line);
+        for (const auto& row : raw.query("SELECT item_identifier, deleted FROM changes_log")) {
+            const auto item = SyncItemIdentifier::fromRawValue(row.string(0)).value();
+            const auto& nodeId = std::get<SyncItemIdentifier::Node>(item.value).nodeId;
+            lines.push_back((row.int64(1) != 0 ? "log -" : "log +") + shortId(nodeId));
+        }
         for (const auto& [path, content] : server.files)
             lines.push_back("server " + path + "=" + content);
         std::error_code none;

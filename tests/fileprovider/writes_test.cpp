@@ -26,17 +26,17 @@ create Notes/c new [413 TOO_LARGE]
     +Notes/c = local:* v1 local-only (Not uploaded: No: TOO_LARGE) | +log +local:* | +spool edit-1=new |
     +spool node=new
 create Notes/c new [403 FORBIDDEN_SUBTREE]
-    c (conflicted copy Studio-1 2026-03-14) v2
-    +Notes/c (conflicted copy Studio-1 2026-03-14) = local:* v2 | +log +local:* | +log +local:* |
-    +server Notes/c (conflicted copy Studio-1 2026-03-14)=new | +spool edit-1=new
+    c (conflicted copy Studio 2026-03-14) v2
+    +Notes/c (conflicted copy Studio 2026-03-14) = local:* v2 | +log +local:* | +log +local:* |
+    +server Notes/c (conflicted copy Studio 2026-03-14)=new | +spool edit-1=new
 create Notes/c new [403 FORBIDDEN_SUBTREE] [403 FORBIDDEN_SUBTREE]
-    c (conflicted copy Studio-1 2026-03-14) v1 (No write access)
-    +Notes/c (conflicted copy Studio-1 2026-03-14) = local:* v1 local-only (No write access) |
+    c (conflicted copy Studio 2026-03-14) v1 (No write access)
+    +Notes/c (conflicted copy Studio 2026-03-14) = local:* v1 local-only (No write access) |
     +log +local:* | +log +local:* | +spool copy-2=new | +spool edit-1=new | +spool node=new
 create Notes/c new [403 FORBIDDEN_SUBTREE] [off]
-    c (conflicted copy Studio-1 2026-03-14) v1
-    +Notes/c (conflicted copy Studio-1 2026-03-14) = local:* v1 local-only |
-    +journal create Notes/c (conflicted copy Studio-1 2026-03-14) | +log +local:* | +spool copy-2=new |
+    c (conflicted copy Studio 2026-03-14) v1
+    +Notes/c (conflicted copy Studio 2026-03-14) = local:* v1 local-only |
+    +journal create Notes/c (conflicted copy Studio 2026-03-14) | +log +local:* | +spool copy-2=new |
     +spool edit-1=new
 create Notes/.DS_Store junk
     .DS_Store v1
@@ -113,25 +113,25 @@ edit Notes/a new [403 FORBIDDEN]
     +journal update Notes/a | +spool edit-1=new
 edit Notes/a new [403 FORBIDDEN_SUBTREE]
     a v2 fetch
-    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio-1 2026-03-14) = local:* v2 |
+    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio 2026-03-14) = local:* v2 |
     +Notes/a = id:Notes/a v2 | +log +id:Notes/a | +log +local:* | +log +local:* |
-    +server Notes/a (conflicted copy Studio-1 2026-03-14)=new | +spool edit-1=new
+    +server Notes/a (conflicted copy Studio 2026-03-14)=new | +spool edit-1=new
 edit Notes/a new [403 FORBIDDEN_SUBTREE] [503 BUSY]
     a v2 fetch
-    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio-1 2026-03-14) = local:* v1 local-only |
-    +Notes/a = id:Notes/a v2 | +journal create Notes/a (conflicted copy Studio-1 2026-03-14) |
+    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio 2026-03-14) = local:* v1 local-only |
+    +Notes/a = id:Notes/a v2 | +journal create Notes/a (conflicted copy Studio 2026-03-14) |
     +log +id:Notes/a | +log +local:* | +spool copy-2=new | +spool edit-1=new
 
 # Edits of an older version than the catalogue has.
 edit Notes/a new 0
     a v2 fetch
-    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio-1 2026-03-14) = local:* v2 |
+    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio 2026-03-14) = local:* v2 |
     +Notes/a = id:Notes/a v2 | +log +id:Notes/a | +log +local:* | +log +local:* |
-    +server Notes/a (conflicted copy Studio-1 2026-03-14)=new
+    +server Notes/a (conflicted copy Studio 2026-03-14)=new
 edit Notes/a new 0 [off]
     a v2 fetch
-    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio-1 2026-03-14) = local:* v1 local-only |
-    +Notes/a = id:Notes/a v2 | +journal create Notes/a (conflicted copy Studio-1 2026-03-14) |
+    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio 2026-03-14) = local:* v1 local-only |
+    +Notes/a = id:Notes/a v2 | +journal create Notes/a (conflicted copy Studio 2026-03-14) |
     +log +id:Notes/a | +log +local:* | +spool copy-1=new
 
 # What was refused for good is local-only from then on.
@@ -163,11 +163,11 @@ create .gitkeep junk; move .gitkeep b
     -b = id:b v1 | +b = local:* v1 local-only | +log +local:* | +log +local:* | +log -id:b
 
 # A copy that waits for its upload keeps its newest bytes behind its journal row.
-edit Notes/a new 0; edit Notes/a%(conflicted%copy%Studio-1%2026-03-14) newer [off]
-    a (conflicted copy Studio-1 2026-03-14) v2
-    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio-1 2026-03-14) = local:* v2 local-only |
-    +Notes/a = id:Notes/a v2 | +journal create Notes/a (conflicted copy Studio-1 2026-03-14) |
-    +journal update Notes/a (conflicted copy Studio-1 2026-03-14) | +log +id:Notes/a | +log +local:* |
+edit Notes/a new 0; edit Notes/a%(conflicted%copy%Studio%2026-03-14) newer [off]
+    a (conflicted copy Studio 2026-03-14) v2
+    -Notes/a = id:Notes/a v1 | +Notes/a (conflicted copy Studio 2026-03-14) = local:* v2 local-only |
+    +Notes/a = id:Notes/a v2 | +journal create Notes/a (conflicted copy Studio 2026-03-14) |
+    +journal update Notes/a (conflicted copy Studio 2026-03-14) | +log +id:Notes/a | +log +local:* |
     +log +local:* | +spool copy-1=new | +spool edit-2=newer
 
 # Moves.
@@ -187,13 +187,13 @@ move Notes/a c [404 GONE]
     c v1
     -Notes/a = id:Notes/a v1 | +c = id:Notes/a v1 | +log +id:Notes/a
 move Notes/a b
-    b (conflicted copy Studio-1 2026-03-14) v1
+    b (conflicted copy Studio 2026-03-14) v1
     -Notes/a = id:Notes/a v1 | -server Notes/a=old |
-    +b (conflicted copy Studio-1 2026-03-14) = id:Notes/a v1 | +log +id:Notes/a |
-    +server b (conflicted copy Studio-1 2026-03-14)=old
+    +b (conflicted copy Studio 2026-03-14) = id:Notes/a v1 | +log +id:Notes/a |
+    +server b (conflicted copy Studio 2026-03-14)=old
 move Notes/a b [409 CONFLICT] [410 NOT_FOUND]
-    b (conflicted copy Studio-1 2026-03-14) v1
-    -Notes/a = id:Notes/a v1 | +b (conflicted copy Studio-1 2026-03-14) = id:Notes/a v1 | +log +id:Notes/a
+    b (conflicted copy Studio 2026-03-14) v1
+    -Notes/a = id:Notes/a v1 | +b (conflicted copy Studio 2026-03-14) = id:Notes/a v1 | +log +id:Notes/a
 move Notes/a b [409 CONFLICT] [409 CONFLICT]
     a v1 (Not moved: No: CONFLICT)
     -Notes/a = id:Notes/a v1 | +Notes/a = id:Notes/a v1 (Not moved: No: CONFLICT) | +log +id:Notes/a

@@ -47,6 +47,7 @@ platform::Task<URLResponse> FakeURLSession::send(URLRequest request) {
     }
     if (held) co_await held->wait();
     Answer answer = answerTo(request);
+    co_await platform::checkCancellation();  // the server has acted, the answer is on its way
     if (const auto* failure = std::get_if<platform::URLError>(&answer)) throw *failure;
     co_return std::get<URLResponse>(std::move(answer));
 }
