@@ -1,5 +1,6 @@
 #include "platform/task.h"
 
+#include <condition_variable>
 #include <future>
 #include <list>
 #include <mutex>
@@ -146,20 +147,36 @@ Task<> Signal::waitFor(std::shared_ptr<State> state) {
 }
 
 struct TaskPool::State {
+    explicit State(unsigned count) : running(count) {
+        for (unsigned i = 0; i < count; ++i)
+            threads.emplace_back([this] { run(); });
+    }
+    void run() {
+        context.run();
+        const std::lock_guard lock(mutex);
+        --running;
+        ended.notify_all();
+    }
+
     asio::io_context context;
     std::optional<asio::executor_work_guard<asio::io_context::executor_type>> work{
         asio::make_work_guard(context)};
-    std::vector<std::jthread> threads;
+    std::mutex mutex;  // guards `running`; innermost
+    std::condition_variable ended;
+    unsigned running;
+    std::vector<std::jthread> threads;  // last, so that it ends before the rest goes
 };
 
-TaskPool::TaskPool(unsigned threads) : state_(std::make_unique<State>()) {
-    for (unsigned i = 0; i < threads; ++i)
-        state_->threads.emplace_back([this] { state_->context.run(); });
-}
+TaskPool::TaskPool(unsigned threads) : state_(std::make_unique<State>(threads)) {}
 
 TaskPool::~TaskPool() {
     state_->work.reset();
-    state_->threads.clear();  // joins
+}
+
+bool TaskPool::finish(std::chrono::milliseconds patience) {
+    state_->work.reset();
+    std::unique_lock lock(state_->mutex);
+    return state_->ended.wait_for(lock, patience, [this] { return state_->running == 0; });
 }
 
 Executor TaskPool::executor() const {

@@ -6,6 +6,7 @@
 // does. So code between two of them is never torn apart, and a `catch` sees one type.
 #pragma once
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -80,6 +81,9 @@ class TaskPool {
     TaskPool(const TaskPool&) = delete;
     TaskPool& operator=(const TaskPool&) = delete;
     Executor executor() const;
+    // Waits until all its work has ended, but no longer than `patience`; whether it has. Nothing may be
+    // spawned from outside any more.
+    bool finish(std::chrono::milliseconds patience);
 
  private:
     struct State;

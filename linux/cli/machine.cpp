@@ -1,7 +1,9 @@
 #include "linux/cli/machine.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <utility>
@@ -16,6 +18,9 @@
 
 namespace vorlinden::cli {
 namespace {
+
+constexpr auto patienceAtTheEnd = std::chrono::seconds(2);
+std::atomic<bool> leftWorkBehind = false;
 
 sigset_t endingSignals() {
     sigset_t signals;
@@ -65,8 +70,18 @@ void awaitEnd(const Descriptor& ended, const Descriptor& signals, const platform
 
 Machine::Machine()
     : folders(foldersWithSignalsBlocked()),
-      pool_(4),
-      system(platform::linuxSystem(pool_.executor(), folders)) {}
+      pool_(std::make_unique<platform::TaskPool>(4)),
+      system(platform::linuxSystem(pool_->executor(), folders)) {}
+
+Machine::~Machine() {
+    if (pool_->finish(patienceAtTheEnd)) return;
+    leftWorkBehind = true;
+    static_cast<void>(pool_.release());
+}
+
+bool Machine::hasLeftWorkBehind() {
+    return leftWorkBehind;
+}
 
 void Machine::runInterruptibly(std::function<platform::Task<>()> body) const {
     const sigset_t set = endingSignals();

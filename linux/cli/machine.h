@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 
 #include "platform/system.h"
 #include "platform/task.h"
@@ -13,11 +14,18 @@ namespace vorlinden::cli {
 class Machine {
  public:
     Machine();
+    // Work that nobody waits for, such as the refresh of a sign-in whose answer would be lost, gets a moment
+    // to end. Whatever is still there after that keeps its threads until the process ends.
+    ~Machine();
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+    // Whether there is such work, so that the process has to end without unmaking what it may use.
+    static bool hasLeftWorkBehind();
 
     const platform::Folders folders;
 
  private:
-    platform::TaskPool pool_;
+    std::unique_ptr<platform::TaskPool> pool_;
 
  public:
     const platform::System system;

@@ -1,3 +1,6 @@
+#include <cstdlib>
+
+#include "linux/cli/machine.h"
 #include "linux/cli/program.h"
 #include "linux/cli/verbs.h"
 
@@ -16,5 +19,7 @@ int main(int argc, char** argv) {
     addServer(program);
     addServerCtl(program);
     addOpenURL(program);
-    return program.run(argc, argv);
+    const int status = program.run(argc, argv);  // its output is written
+    if (Machine::hasLeftWorkBehind()) std::_Exit(status);
+    return status;
 }
