@@ -31,28 +31,13 @@ std::string objectOf(std::size_t members, const std::string& lastKey) {
 }
 
 TEST(JSON, RefusesWhatIsNoCleanDocument) {
-    const std::string hostile[] = {
-        "",
-        "   ",
-        "{",
-        "{}{}",
-        "{\"a\":1,}",
-        "{'a':1}",
-        "{\"a\":01}",
-        "{\"a\":NaN}",
-        "// comment\n{}",
-        "{\"a\":\"\xff\"}",                // no UTF-8
-        "{\"a\":\"\xed\xa0\x80\"}",        // a surrogate in UTF-8
-        "{\"a\":\"\\ud800\"}",             // half a pair
-        "{\"\xc0\xaf\":1}",                // an overlong form, in a key
-        std::string("{\"a\":\"\0\"}", 9),  // a raw control character
-        "{\"a\":1,\"b\":2,\"a\":3}",
-        "{\"x\":{\"a\":1,\"\\u0061\":3}}",  // equal once the escape is read
-        objectOf(100, "k50"),
-        nested(65),
-        nested(100'000),
-    };
-    for (const auto& text : hostile) {
+    // Among them: no UTF-8, a surrogate in UTF-8, half a pair, an overlong form in a key, a raw control
+    // character, keys that are equal once the escape is read, nesting that would exhaust the stack.
+    for (const std::string& text : std::initializer_list<std::string>{
+             "", "   ", "{", "{}{}", "{\"a\":1,}", "{'a':1}", "{\"a\":01}", "{\"a\":NaN}", "// comment\n{}",
+             "{\"a\":\"\xff\"}", "{\"a\":\"\xed\xa0\x80\"}", "{\"a\":\"\\ud800\"}", "{\"\xc0\xaf\":1}",
+             std::string("{\"a\":\"\0\"}", 9), "{\"a\":1,\"b\":2,\"a\":3}", "{\"x\":{\"a\":1,\"\\u0061\":3}}",
+             objectOf(100, "k50"), nested(65), nested(100'000)}) {
         const auto failure = failureOf([&] { JSONDocument document(text); });
         ASSERT_TRUE(failure) << text.substr(0, 80);
         EXPECT_EQ(failure->kind, Kind::malformed) << text.substr(0, 80);
@@ -75,68 +60,49 @@ TEST(JSON, ReadsStringsWithAndWithoutEscapes) {
 }
 
 TEST(JSON, ReadsWholeNumbersOfSixtyFourBitsAndNoOthers) {
-    const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
-        {"0", 0},
-        {"-1", -1},
-        {"9223372036854775807", INT64_MAX},
-        {"-9223372036854775808", INT64_MIN},
-        {"5.0", 5},
-        {"1e3", 1000},
-        {"9007199254740992.0", 9007199254740992},
-        {"9223372036854775808", {}},
-        {"18446744073709551616", {}},
-        {"1e300", {}},
-        {"1e999", {}},
-        {"0.5", {}},
-        {"\"5\"", {}},
-        {"true", {}},
-        {"null", {}},
-    };
-    for (const auto& [text, expected] : cases) {
-        std::optional<std::int64_t> read;
-        const auto failure = failureOf([&] { read = JSONDocument(text).root().integer(); });
-        EXPECT_EQ(read, expected) << text;
-        EXPECT_EQ(failure.has_value(), !expected) << text;
-    }
+    const std::pair<const char*, std::int64_t> numbers[] = {{"0", 0},
+                                                            {"-1", -1},
+                                                            {"9223372036854775807", INT64_MAX},
+                                                            {"-9223372036854775808", INT64_MIN},
+                                                            {"5.0", 5},
+                                                            {"1e3", 1000},
+                                                            {"9007199254740992.0", 9007199254740992}};
+    for (const auto& [text, expected] : numbers)
+        EXPECT_EQ(JSONDocument(text).root().integer(), expected) << text;
+    for (const auto* text :
+         {"9223372036854775808", "18446744073709551616", "1e300", "1e999", "0.5", "\"5\"", "true", "null"})
+        EXPECT_TRUE(failureOf([&] { JSONDocument(text).root().integer(); })) << text;
 }
 
-TEST(JSON, NullIsAbsentWhereOptionalAndAnErrorWhereRequired) {
-    const JSONDocument document(R"({"a":null,"s":"x","n":7,"l":["x","y"],"other":[1,2]})");
+TEST(JSON, NullIsAbsentAndAFailureSaysWhereItArose) {
+    const JSONDocument document(
+        R"({"a":null,"l":["x"],"n":[1],"entries":[{"x":0},{"ops":[{"kind":"a"},{"kind":7,"path":"a\u0000b"}]}]})");
     const auto root = document.root();
     EXPECT_EQ(root.optionalString("a"), std::nullopt);
     EXPECT_EQ(root.optionalInteger("missing"), std::nullopt);
-    EXPECT_EQ(root.optionalString("s"), "x");
-    EXPECT_EQ(root.optionalInteger("n"), 7);
-    EXPECT_EQ(root.optionalStrings("l"), (std::vector<std::string>{"x", "y"}));
+    EXPECT_EQ(root.optionalStrings("l"), std::vector<std::string>{"x"});
     EXPECT_EQ(failureOf([&] { root.requiredString("a"); })->kind, Kind::missingKey);
     EXPECT_EQ(failureOf([&] { root.optionalString("n"); })->kind, Kind::wrongType);
-    EXPECT_EQ(failureOf([&] { root.requiredStrings("other"); })->path, "other[0]");
-}
-
-TEST(JSON, AFailureSaysWhereItArose) {
-    const JSONDocument document(
-        R"({"entries":[{"x":0},{"ops":[{"kind":"a"},{"kind":7,"path":"a\u0000b"}]}]})");
-    const auto op = document.root().required("entries").list()[1].required("ops").list()[1];
+    EXPECT_EQ(failureOf([&] { root.requiredStrings("n"); })->path, "n[0]");
+    EXPECT_EQ(failureOf([&] { root.list(); })->path, "");
+    const auto op = root.required("entries").list()[1].required("ops").list()[1];
     EXPECT_EQ(*failureOf([&] { op.requiredString("kind"); }),
               JSONError(Kind::wrongType, "entries[1].ops[1].kind", "Expected a string."));
     EXPECT_EQ(failureOf([&] { op.required("at"); })->path, "entries[1].ops[1]");
     EXPECT_EQ(failureOf([&] { op.requiredName("path"); })->kind, Kind::corrupted);
     EXPECT_STREQ(failureOf([&] { op.requiredBool("kind"); })->what(),
                  "Expected true or false. (at entries[1].ops[1].kind)");
-    EXPECT_EQ(failureOf([&] { document.root().list(); })->path, "");
 }
 
 TEST(JSON, WritesCompactText) {
-    const std::optional<std::string> absent;
     const auto object = JSONObjectBuilder()
                             .add("z", "a\"/\n\x01é")
                             .add("a", std::int64_t{-5})
-                            .add("left out", absent)
+                            .add("left out", std::optional<std::string>())
                             .add("m", true)
                             .add("list", std::vector<std::string>{"x", ""});
     EXPECT_EQ(object.text().text, R"({"z":"a\"/\n\u0001é","a":-5,"m":true,"list":["x",""]})");
     EXPECT_EQ(object.sortedText().text, R"({"a":-5,"list":["x",""],"m":true,"z":"a\"/\n\u0001é"})");
-    EXPECT_EQ(JSONObjectBuilder().text().text, "{}");
     EXPECT_EQ(failureOf([] { platform::toJSON("\xff"); })->kind, Kind::notEncodable);
 }
 

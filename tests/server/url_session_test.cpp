@@ -82,24 +82,22 @@ TEST_F(URLSessionTest, SendsTheRequestAsItIsAndGivesTheWholeAnswer) {
     EXPECT_EQ(response.http->header("x-two"), std::nullopt);
 }
 
-TEST_F(URLSessionTest, SendsNoNameAndPasswordThatStandInTheURL) {
-    std::string head;
+TEST_F(URLSessionTest, KeepsConnectionsButNoCookiesPasswordsOrRedirects) {
+    LoopbackServer elsewhere([](const auto&) { return LoopbackServer::response("x"); });
     LoopbackServer server([&](const auto& request) {
-        head = request.head;
-        return LoopbackServer::response("hello");
+        for (const auto* unwanted : {"Authorization", "Cookie"})
+            EXPECT_EQ(request.head.find(unwanted), std::string::npos) << request.head;
+        return LoopbackServer::response(
+            "", "302 Found", "Set-Cookie: a=b\r\nLocation: " + elsewhere.url().absoluteString() + "\r\n");
     });
-    auto text = server.url().absoluteString();
-    text.insert(text.find("//") + 2, "me:pw@");
-    EXPECT_EQ(send({.url = *URL::parse(text)}).http->status, 200);
-    EXPECT_EQ(head.find("Authorization"), std::string::npos) << head;
-}
-
-TEST_F(URLSessionTest, UsesOneConnectionForRequestsInTurn) {
-    LoopbackServer server(
-        [](const auto&) { return LoopbackServer::response("x", "200 OK", "Set-Cookie: a=b\r\n"); });
+    auto url = server.url().absoluteString();
+    url.insert(url.find("//") + 2, "me:pw@");  // goes nowhere
     for (int i = 0; i < 3; ++i)
-        send({.url = server.url(), .method = i == 1 ? "POST" : "GET", .body = Data()});
+        EXPECT_EQ(
+            send({.url = *URL::parse(url), .method = i == 1 ? "POST" : "GET", .body = Data()}).http->status,
+            302);
     EXPECT_EQ(server.connectionsAccepted(), 1U);
+    EXPECT_EQ(elsewhere.connectionsAccepted(), 0U);
 }
 
 TEST_F(URLSessionTest, RepeatsNoWriteWhoseConnectionDies) {
@@ -140,32 +138,21 @@ TEST_F(URLSessionTest, CancellingEndsTheRequestAtOnce) {
 
 TEST_F(URLSessionTest, DroppingTheSessionEndsItsRequests) {
     LoopbackServer server([](const auto&) { return Reply{}; });
-    auto* const session = session_.get();
-    std::promise<URLError::Code> ended;
-    platform::spawn(
-        pool_.executor(),
-        [session, request = URLRequest{.url = server.url()}]() -> Task<> { co_await session->send(request); },
-        [&](std::exception_ptr failure) {
-            try {
-                std::rethrow_exception(failure);
-            } catch (const URLError& error) {
-                ended.set_value(error.code);
-            }
-        });
+    std::promise<std::exception_ptr> ended;
+    const auto body = [session = session_.get(), request = URLRequest{.url = server.url()}]() -> Task<> {
+        co_await session->send(request);
+    };
+    platform::spawn(pool_.executor(), body, [&](std::exception_ptr failure) { ended.set_value(failure); });
     server.waitForRequests(1);
     session_.reset();
-    EXPECT_EQ(ended.get_future().get(), URLError::Code::cancelled);
+    EXPECT_THROW(std::rethrow_exception(ended.get_future().get()), URLError);
 }
 
-TEST_F(URLSessionTest, ASilentServerTimesOut) {
-    LoopbackServer silent([](const auto&) { return Reply{}; });
-    EXPECT_EQ(failureOf({.url = silent.url(), .timeout = 50ms}), URLError::Code::timedOut);
-    LoopbackServer stalled(
-        [](const auto&) { return Reply{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf"}; });
-    EXPECT_EQ(failureOf({.url = stalled.url(), .timeout = 50ms}), URLError::Code::timedOut);
-}
-
-TEST_F(URLSessionTest, ASlowServerIsWaitedForButNotOneThatDrips) {
+TEST_F(URLSessionTest, ASlowServerIsWaitedForButNotOneThatIsSilentOrDrips) {
+    for (const auto* start : {"", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf"}) {
+        LoopbackServer silent([&](const auto&) { return Reply{start}; });
+        EXPECT_EQ(failureOf({.url = silent.url(), .timeout = 50ms}), URLError::Code::timedOut);
+    }
     LoopbackServer slow([](const auto&) {
         auto left = std::make_shared<int>(12);
         return Reply{"HTTP/1.1 200 OK\r\n\r\n", true, [left]() -> std::string {
@@ -184,15 +171,14 @@ TEST_F(URLSessionTest, ASlowServerIsWaitedForButNotOneThatDrips) {
 }
 
 TEST_F(URLSessionTest, SendsALargeBody) {
-    std::atomic<std::size_t> size = 0;
+    std::atomic<bool> whole = false;
+    const auto bytes = Data(std::string(48 << 20, 'b') + "e");
     LoopbackServer server([&](const auto& request) {
-        size = request.body.size() - request.body.find_first_not_of('b');
+        whole = request.body == bytes.view();
         return LoopbackServer::response("{}");
     });
-    auto bytes = std::string(48 << 20, 'b');
-    bytes.back() = 'e';
-    send({.url = server.url(), .method = "POST", .body = Data(std::move(bytes))});
-    EXPECT_EQ(size, 1U);
+    send({.url = server.url(), .method = "POST", .body = bytes});
+    EXPECT_TRUE(whole);
 }
 
 TEST_F(URLSessionTest, ReadsEveryKindOfBody) {
@@ -244,16 +230,6 @@ TEST_F(URLSessionTest, TellsApartWhyThereIsNoAnswer) {
     EXPECT_EQ(failureOf({.url = *gone}), URLError::Code::cannotConnect);
     EXPECT_EQ(failureOf({.url = *gone, .headers = {{"Authorization", "Bearer a\r\nX: y"}}}),
               URLError::Code::other);
-}
-
-TEST_F(URLSessionTest, FollowsNoRedirect) {
-    LoopbackServer elsewhere([](const auto&) { return LoopbackServer::response("x"); });
-    LoopbackServer server([&](const auto&) {
-        return LoopbackServer::response("", "302 Found",
-                                        "Location: " + elsewhere.url().absoluteString() + "\r\n");
-    });
-    EXPECT_EQ(send({.url = server.url()}).http->status, 302);
-    EXPECT_EQ(elsewhere.connectionsAccepted(), 0U);
 }
 
 TEST_F(URLSessionTest, TakesTheUsersProxyButNotForThisMachine) {

@@ -10,7 +10,7 @@ using platform::percentDecoded;
 using platform::percentEncoded;
 using platform::URL;
 
-TEST(URL, KeepsTheTextThatItWasGiven) {
+TEST(URL, KeepsTheTextThatItWasGivenAndTellsItsParts) {
     for (const auto* text :
          {"https://Host.Example:8443/a%2fb/?q=%20#f", "vorlinden://oauth/callback?code=a%20b",
           "http://[::1]:80/", "relative/path", "mailto:a@b"})
@@ -18,17 +18,12 @@ TEST(URL, KeepsTheTextThatItWasGiven) {
     for (const auto* text :
          {"", "http://a b/", "http://host/%zz", "http://ho\\st/", "http://hööst/", "://x", "http://[::1/"})
         EXPECT_FALSE(URL::parse(text)) << text;
-}
-
-TEST(URL, TellsItsParts) {
     const auto url = *URL::parse("HTTPS://user@Example.COM/p%20q//?a=b&c=%2F#frag");
     EXPECT_EQ(url.scheme(), "HTTPS");
     EXPECT_EQ(url.host(), "Example.COM");
     EXPECT_EQ(url.encodedPath(), "/p%20q//");
     EXPECT_EQ(url.encodedQuery(), "a=b&c=%2F");
-    const auto bare = *URL::parse("http://h");
-    EXPECT_EQ(bare.encodedPath(), "");
-    EXPECT_EQ(bare.encodedQuery(), std::nullopt);
+    EXPECT_EQ(URL::parse("http://h")->encodedQuery(), std::nullopt);
     EXPECT_EQ(URL::parse("http://[::1]:5/")->host(), "::1");
     EXPECT_EQ(URL::parse("a/b")->host(), std::nullopt);
 }
@@ -60,18 +55,15 @@ TEST(URL, TakesANewPathAndQueryAsTheyAre) {
     EXPECT_EQ(url.with("/a", std::nullopt)->absoluteString(), "https://h:1/a#f");
     EXPECT_EQ(URL::parse("http://u@1.2.3.4x:5")->with("/a", "b")->absoluteString(),
               "http://u@1.2.3.4x:5/a?b");
-    EXPECT_EQ(url.with("/with blank", std::nullopt), std::nullopt);
-    EXPECT_EQ(url.with("/a%zz", std::nullopt), std::nullopt);
-    EXPECT_EQ(url.with("no-slash", std::nullopt), std::nullopt);
+    for (const auto* path : {"/with blank", "/a%zz", "no-slash"})
+        EXPECT_EQ(url.with(path, std::nullopt), std::nullopt) << path;
 }
 
 TEST(PercentEncoding, LeavesOnlyTheUnreservedSet) {
     EXPECT_EQ(percentEncoded("AZaz09-._~"), "AZaz09-._~");
     EXPECT_EQ(percentEncoded("a/b c+d&e=ä*'"), "a%2Fb%20c%2Bd%26e%3D%C3%A4%2A%27");
     EXPECT_EQ(percentEncoded(std::string_view("\0\xff", 2)), "%00%FF");
-    EXPECT_EQ(percentEncoded(""), "");
     EXPECT_EQ(percentDecoded("a+b%2fc"), "a+b/c");
-    EXPECT_EQ(percentDecoded("%4"), std::nullopt);
     EXPECT_EQ(percentDecoded("%GG"), std::nullopt);
 }
 

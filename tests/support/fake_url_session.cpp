@@ -11,6 +11,13 @@ URLResponse FakeURLSession::response(int status, std::string body, std::vector<p
     return {platform::Data(std::move(body)), platform::HTTPResponse{status, std::move(headers)}};
 }
 
+std::string FakeURLSession::text(const URLRequest& request) {
+    std::string text = request.method + " " + request.url.absoluteString();
+    for (const auto& [name, value] : request.headers)
+        text += "\n" + name + ": " + value;
+    return text + "\n" + (request.body ? std::string(request.body->view()) : "no body");
+}
+
 void FakeURLSession::answer(Answer answer) {
     const std::lock_guard lock(mutex_);
     script_.push_back(std::move(answer));

@@ -24,6 +24,9 @@ class FakeURLSession final : public platform::URLSession {
     static platform::URLResponse response(int status, std::string body,
                                           std::vector<platform::Header> headers = {});
 
+    // A request in lines: "METHOD URL", each header, the body or "no body".
+    static std::string text(const platform::URLRequest& request);
+
     void answer(Answer answer);
     // Used when the script is empty.
     void setHandler(std::function<Answer(const platform::URLRequest&)> handler);
