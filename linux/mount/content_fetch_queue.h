@@ -27,7 +27,8 @@ struct ContentFetch {
     Item item;
     ContentKey key;
     State state = State::queued;
-    bool ahead = false;  // wanted even if nobody waits
+    bool ahead = false;    // wanted even if nobody waits
+    bool deleted = false;  // the item has gone: for those who wait, and nobody else
     platform::Timestamp begun{};
     std::vector<std::shared_ptr<ContentReader>> readers;
     std::shared_ptr<platform::fileprovider::Progress> progress;  // once the extension has given it

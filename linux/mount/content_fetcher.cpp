@@ -178,15 +178,31 @@ void ContentFetcher::itemsChanged(const std::vector<Item>& items) {
 }
 
 void ContentFetcher::itemsDeleted(const std::vector<ItemIdentifier>& identifiers) {
+    act([&](Actions& actions) {
+        for (const ItemIdentifier& identifier : identifiers)
+            for (const FetchPtr& fetch : fetchesOf(identifier)) {
+                fetch->deleted = true;
+                fetch->ahead = false;
+                if (fetch->readers.empty()) abandon(fetch, actions);
+            }
+        beginWhatFits(actions);
+    });
     for (const ItemIdentifier& identifier : identifiers)
         cache_->dropItem(identifier);
 }
 
 bool ContentFetcher::isFetching(const ItemIdentifier& identifier) {
-    const ItemDigest item = itemDigest(identifier);
     std::lock_guard hold(mutex_);
-    const auto first = fetches_.lower_bound({item, 0});
-    return first != fetches_.end() && first->first.item == item;
+    return !fetchesOf(identifier).empty();
+}
+
+std::vector<ContentFetcher::FetchPtr> ContentFetcher::fetchesOf(const ItemIdentifier& identifier) const {
+    const ItemDigest item = itemDigest(identifier);
+    std::vector<FetchPtr> found;
+    for (auto fetch = fetches_.lower_bound({item, 0}); fetch != fetches_.end() && fetch->first.item == item;
+         ++fetch)
+        found.push_back(fetch->second);
+    return found;
 }
 
 Reachability ContentFetcher::reachability() {

@@ -52,6 +52,7 @@ class ContentFetcher final : public ContentStore, public std::enable_shared_from
     FetchPtr join(const Item& item, const ReaderPtr& reader, std::chrono::milliseconds deadline,
                   Actions& actions);
     FetchPtr addFetch(const Item& item, const ContentKey& key);
+    std::vector<FetchPtr> fetchesOf(const ItemIdentifier& identifier) const;
     void queueAhead(const Item& item);
     void beginWhatFits(Actions& actions);
     void start(const FetchPtr& fetch, Actions& actions);

@@ -82,6 +82,7 @@ void ContentFetcher::fetched(const FetchPtr& fetch, ContentResult result) {
         forget(fetch);
         answerAll(*fetch, result, actions);
         if (const auto* content = std::get_if<ContentPtr>(&result)) serveElsewhere(*content, actions);
+        if (fetch->deleted) cache_->dropItem(fetch->item.itemIdentifier);
         learn(*fetch, result, actions);
         beginWhatFits(actions);
     });

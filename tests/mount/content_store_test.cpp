@@ -173,6 +173,21 @@ TEST_F(ContentStoreTest, AChangeDropsOtherVersionsAndBringsTextBack) {
     EXPECT_EQ(filesBelow(options.folder / "contents").size(), 0u);
 }
 
+TEST_F(ContentStoreTest, WhatIsDeletedWhileItIsFetchedServesThoseWhoWaitAndIsKeptForNobody) {
+    extension->hold();
+    const Item read = put(textItem("read"), "late"), ahead = put(textItem("ahead"), "late");
+    const auto reader = open(read);
+    store().fetchAhead({ahead});
+    machine.loop.runUntilIdle();
+    EXPECT_EQ(extension->waiting(), 2u);
+    store().itemsDeleted({"read", "ahead"});
+    EXPECT_EQ(extension->waiting(), 1u);
+    EXPECT_FALSE(store().isFetching("ahead"));
+    extension->release();
+    EXPECT_EQ(reader->text(), "late");
+    EXPECT_FALSE(isHere(read) || isHere(ahead));
+}
+
 TEST_F(ContentStoreTest, AReaderIsLetGoAtOnceAndTheFetchServesTheRest) {
     extension->hold();
     const Item item = put(textItem("a"), "late");
