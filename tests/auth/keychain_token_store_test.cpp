@@ -62,8 +62,7 @@ TEST_F(KeychainTokenStoreTest, OtherStatusesSurface) {
     store_.save({"a", "r"});
     secrets_->loseNextSecret();
     EXPECT_EQ(statusOf([&] { store_.load(); }), -67671);
-    EXPECT_EQ(KeychainTokenStoreError(-25299, "Already there.").errorDescription(),
-              "Keychain error -25299: Already there.");
+    EXPECT_EQ(KeychainTokenStoreError(-1, "Locked.").errorDescription(), "Keychain error -1: Locked.");
     EXPECT_EQ(KeychainTokenStoreError(7, std::nullopt).errorDescription(), "Keychain error 7: unknown error");
 }
 
