@@ -16,12 +16,7 @@ const std::string lower = "6ba7b810-9dad-11d1-80b4-00c04fd430c8";
 const UUID uuid = *UUID::parse(upper);
 
 TEST(SyncItemIdentifier, ParsesItsThreeFormsAndWritesUpperCase) {
-    struct Case {
-        std::string raw;
-        SyncItemIdentifier identifier;
-        std::string written;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, SyncItemIdentifier, std::string> cases[] = {
         {"root", SyncItemIdentifier::root(), "root"},
         {"brain:" + lower, SyncItemIdentifier::brain(uuid), "brain:" + upper},
         {"node:" + lower + ":n", SyncItemIdentifier::node(uuid, "n"), "node:" + upper + ":n"},
@@ -40,13 +35,22 @@ TEST(SyncItemIdentifier, ParsesItsThreeFormsAndWritesUpperCase) {
 }
 
 TEST(SyncItemIdentifier, RefusesEverythingElse) {
-    for (const std::string& raw :
-         {std::string(), std::string("Root"), std::string("root "), std::string("brain:"),
-          std::string("brain:nonsense"), "brain:" + upper + "x", "BRAIN:" + upper, std::string("node:"),
-          "node:" + upper.substr(1), "node:" + upper, "node:" + upper + ":", "node:" + upper + "-n",
-          "node:" + std::string(36, 'x') + ":n", upper}) {
+    const std::vector<std::string> raws = {"",
+                                           "Root",
+                                           "root ",
+                                           "brain:",
+                                           "brain:nonsense",
+                                           "brain:" + upper + "x",
+                                           "BRAIN:" + upper,
+                                           "node:",
+                                           "node:" + upper.substr(1),
+                                           "node:" + upper,
+                                           "node:" + upper + ":",
+                                           "node:" + upper + "-n",
+                                           "node:" + std::string(36, 'x') + ":n",
+                                           upper};
+    for (const auto& raw : raws)
         EXPECT_EQ(SyncItemIdentifier::fromRawValue(raw), std::nullopt) << raw;
-    }
 }
 
 TEST(SyncItemIdentifier, IsAJSONStringOfItsRawValue) {
