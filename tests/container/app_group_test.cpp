@@ -10,66 +10,38 @@ namespace {
 
 using tests::FakeSystem;
 
-TEST(AppGroup, FilesLieAtTheirAgreedPlacesInTheContainer) {
+TEST(AppGroup, FilesLieAtTheirAgreedPlacesOrFailByTheGroupsName) {
     FakeSystem fake;
     const std::filesystem::path library = *fake.container / "Library/Application Support/Vorlinden";
     EXPECT_EQ(AppGroup::containerURL(fake.system()), *fake.container);
     EXPECT_EQ(AppGroup::syncDatabaseURL(fake.system()), library / "sync.sqlite");
     EXPECT_EQ(AppGroup::syncExecutionLockURL(fake.system()), library / "sync-execution.lock");
     EXPECT_EQ(AppGroup::spoolDirectory(fake.system()), library / "Spool");
-}
-
-TEST(AppGroup, WithoutAContainerEveryPlaceFailsByTheGroupsName) {
-    FakeSystem fake;
     fake.container.reset();
-    const platform::System system = fake.system();
-    const auto failureOf = [](auto place) -> std::optional<MetadataStoreError> {
-        try {
-            place();
-            return std::nullopt;
-        } catch (const MetadataStoreError& error) {
-            return error;
-        }
-    };
-    const auto expected = MetadataStoreError::containerUnavailable("Q4TRW71B6N.ai.vorlinden.desktop");
-    EXPECT_EQ(failureOf([&] { AppGroup::containerURL(system); }), expected);
-    EXPECT_EQ(failureOf([&] { AppGroup::syncDatabaseURL(system); }), expected);
-    EXPECT_EQ(failureOf([&] { AppGroup::syncExecutionLockURL(system); }), expected);
-    EXPECT_EQ(failureOf([&] { AppGroup::spoolDirectory(system); }), expected);
-}
-
-TEST(AppGroup, BaseURLTakesAnOverrideOnlyIfItIsAUsableServerAddress) {
-    const struct {
-        std::optional<std::string> override;
-        std::optional<std::string> taken;  // absent: the default
-    } cases[] = {
-        {std::nullopt, std::nullopt},
-        {"", std::nullopt},
-        {" \t\n", std::nullopt},
-        {"ftp://files.example/", std::nullopt},
-        {"files.example/path", std::nullopt},
-        {"//files.example", std::nullopt},
-        {"https:", std::nullopt},
-        {"https:///path", std::nullopt},
-        {"https://:8443/", std::nullopt},
-        {"http://bad host/", std::nullopt},
-        {"  https://knowledge.example/store/v2 \n", "https://knowledge.example/store/v2"},
-        {"\u00A0http://127.0.0.1:8080\u2003", "http://127.0.0.1:8080"},
-        {"HTTPS://Knowledge.Example/Store", "HTTPS://Knowledge.Example/Store"},
-        {"http://[::1]:9/", "http://[::1]:9/"},
-    };
-    for (const auto& [override, taken] : cases) {
-        EXPECT_EQ(AppGroup::baseURL(override).absoluteString(),
-                  taken.value_or(AppGroup::defaultBaseURL().absoluteString()))
-            << override.value_or("(absent)");
+    try {
+        AppGroup::syncDatabaseURL(fake.system());
+        ADD_FAILURE() << "a place without a container";
+    } catch (const MetadataStoreError& error) {
+        EXPECT_EQ(error, MetadataStoreError::containerUnavailable("Q4TRW71B6N.ai.vorlinden.desktop"));
     }
 }
 
-TEST(AppGroup, DefaultServerIsSecureAndBelongsToNobody) {
+TEST(AppGroup, BaseURLTakesAnOverrideOnlyIfItIsAUsableServerAddress) {
+    const auto taken = [](const std::optional<std::string>& override) {
+        const auto url = AppGroup::baseURL(override);
+        return url == AppGroup::defaultBaseURL() ? "default" : url.absoluteString();
+    };
+    EXPECT_EQ(taken(std::nullopt), "default");
+    for (const auto* unusable : {"", " \t\n", "ftp://files.example/", "files.example/path", "//files.example",
+                                 "https:", "https:///path", "https://:8443/", "http://bad host/"})
+        EXPECT_EQ(taken(unusable), "default") << unusable;
+    EXPECT_EQ(taken("  https://knowledge.example/store/v2 \n"), "https://knowledge.example/store/v2");
+    EXPECT_EQ(taken("\u00A0http://127.0.0.1:8080\u2003"), "http://127.0.0.1:8080");
+    for (const auto* usable : {"HTTPS://Knowledge.Example/Store", "http://[::1]:9/"})
+        EXPECT_EQ(taken(usable), usable);
     const URL& url = AppGroup::defaultBaseURL();
     EXPECT_EQ(url.scheme(), "https");
-    EXPECT_TRUE(url.host().value_or("").ends_with(".example"));
-    EXPECT_EQ(url.encodedPath(), "");
+    EXPECT_TRUE(url.host().value_or("").ends_with(".example")) << "it belongs to nobody";
 }
 
 TEST(AppGroup, BaseURLComesFromTheSharedSettings) {
