@@ -82,7 +82,7 @@ TEST_F(LocalMutationsTest, UploadOfANewFile) {
     EXPECT_EQ(catalogue.count("own_writes"), 0);
 }
 
-TEST_F(LocalMutationsTest, UploadOverAFileKeepsItsNameAndIdentity) {
+TEST_F(LocalMutationsTest, UploadOverAFileKeepsItsNameAndIdentityButReplacesAFolder) {
     auto file = fileNode(brain, "f", "local:1");
     file.kind = NodeKind::blob;
     file.blobHash = "old";
@@ -93,18 +93,14 @@ TEST_F(LocalMutationsTest, UploadOverAFileKeepsItsNameAndIdentity) {
     given(file);
     EXPECT_EQ(uploaded("f"), (NodeRecord{brain, "local:1", "f", "Title of f", false, NodeKind::text,
                                          std::nullopt, std::nullopt, now, 5, false, std::nullopt}));
-    EXPECT_EQ(log(), Lines{"+local:1"});
+    given(folderNode(brain, "d"));
+    given(fileNode(brain, "d/in", "in"));
+    uploaded("d");
+    EXPECT_EQ(tree(), (Lines{"d = server v1", "f = local:1 v5"}));
+    EXPECT_EQ(log(), (Lines{"+local:1", "-dir:d", "-in", "+server"}));
 }
 
-TEST_F(LocalMutationsTest, UploadOverAFolderReplacesIt) {
-    given(folderNode(brain, "f"));
-    given(fileNode(brain, "f/in", "in"));
-    uploaded("f");
-    EXPECT_EQ(tree(), Lines{"f = server v1"});
-    EXPECT_EQ(log(), (Lines{"-dir:f", "-in", "+server"}));
-}
-
-TEST_F(LocalMutationsTest, LocalOnlyFileTakesThePlace) {
+TEST_F(LocalMutationsTest, LocalOnlyFileAndLocalFolderTakeThePlace) {
     given(folderNode(brain, "d"));
     given(fileNode(brain, "d/in", "in"));
     const auto file = LocalMutations::applyLocalOnly(random, *catalogue, brain, "d", "too large", now);
@@ -113,22 +109,15 @@ TEST_F(LocalMutationsTest, LocalOnlyFileTakesThePlace) {
     EXPECT_EQ(file, at("d"));
     const auto again = LocalMutations::applyLocalOnly(random, *catalogue, brain, "d", std::nullopt, now);
     EXPECT_NE(again.nodeId, file.nodeId);
-    EXPECT_EQ(tree(), Lines{"d = local:* v1 local-only"});
-    LocalMutations::applyLocalOnly(random, *catalogue, brain, "x/.DS_Store", std::nullopt, now);
-    EXPECT_EQ(at("x/.DS_Store").title, ".DS_Store");
-}
 
-TEST_F(LocalMutationsTest, LocalFolderIsMadeOnce) {
-    given(fileNode(brain, "a", "file"));
-    const auto made = LocalMutations::applyLocalDirectory(random, *catalogue, brain, "a/v1.2", now);
-    EXPECT_EQ(made, (NodeRecord{brain, "dir:a/v1.2", "a/v1.2", "v1.2", true, NodeKind::text, std::nullopt,
+    const auto made = LocalMutations::applyLocalDirectory(random, *catalogue, brain, "d/v1.2", now);
+    EXPECT_EQ(made, (NodeRecord{brain, "dir:d/v1.2", "d/v1.2", "v1.2", true, NodeKind::text, std::nullopt,
                                 std::nullopt, now, 0, false, std::nullopt}));
-    EXPECT_EQ(LocalMutations::applyLocalDirectory(random, *catalogue, brain, "a/v1.2", tests::instant()),
+    const auto before = log();
+    EXPECT_EQ(LocalMutations::applyLocalDirectory(random, *catalogue, brain, "d/v1.2", tests::instant()),
               made);
-    EXPECT_EQ(log(), (Lines{"-file", "+dir:a", "+dir:a/v1.2"}));
-    given(fileNode(brain, "f", "f"));
-    LocalMutations::applyLocalDirectory(random, *catalogue, brain, "f", now);
-    EXPECT_EQ(tree(), (Lines{"a = dir:a v0", "a/v1.2 = dir:a/v1.2 v0", "f = dir:f v0"}));
+    EXPECT_EQ(log(), before) << "a folder is made once";
+    EXPECT_EQ(tree(), (Lines{"d = dir:d v0", "d/v1.2 = dir:d/v1.2 v0"}));
 }
 
 TEST_F(LocalMutationsTest, MovesAndDeletesTakeTheirJournalRowAlong) {
