@@ -13,7 +13,8 @@ DomainMemory freshMemory() {
 
 DomainMemory loadMemory(platform::FileSystem& files, const std::filesystem::path& file) {
     try {
-        const platform::JSONDocument document(files.read(file).view());
+        const platform::Data text = files.read(file);
+        const platform::JSONDocument document(text.view());
         return {platform::Data(document.root().requiredString("anchor")),
                 document.root().requiredStrings("strays")};
     } catch (const platform::FileError&) {
