@@ -111,25 +111,47 @@ mount_theirs() {
     until_true mountpoint -q "$theirs"
 }
 
+# Every cold row begins with nothing fetched, and without ten thousand files deleted a moment ago: the file system
+# would be slow to give their places away again.
+forget_all() {
+    aside=$((${aside-0} + 1))
+    for cache in "$XDG_CACHE_HOME" "$work/rclone-cache"; do
+        [[ ! -e $cache ]] || mv "$cache" "$work/aside.$aside.${cache##*/}"
+    done
+}
+# What the fetches of the mount that has just ended waited for the execution lock.
+lock_waits() {
+    python3 - "$XDG_STATE_HOME/vorlinden/mount.json" <<'PY'
+import json, sys
+state = json.load(open(sys.argv[1]))
+count, waited = state["lockOperations"], state["lockMilliseconds"]
+print(f"    of which the lock: {count} operations waited {waited / max(count, 1):.1f} ms each, up to 64 at once")
+PY
+}
+
 row() { printf '%-26s %8d ms %10d ms   %6.1f\n' "$1" "$2" "$3" "$(bc -l <<<"$3 / ($2 + 0.5)")"; }
 
 measure() {
     local delay=$1 find1 find2 cold warm known list_cold
     printf '\nwith %s ms of added delay        ours      rclone   times as fast\n' "$delay"
-    rm -rf "$XDG_CACHE_HOME" "$work/rclone-cache"
+    forget_all
     start_our_server "$delay"
     start_their_server "$delay"
     mount_ours; mount_theirs
     row "find, first" "$(timed walk "$ours")" "$(timed walk "$theirs")"
     row "find, second" "$(timed walk "$ours")" "$(timed walk "$theirs")"
+    stop "$our_mount"; stop "$their_mount"
+    forget_all
+    mount_ours; mount_theirs
     cold=$(timed pack "$ours")
     row "tar, cold" "$cold" "$(timed pack "$theirs")"
     row "tar, warm" "$(timed pack "$ours")" "$(timed pack "$theirs")"
     stop "$our_mount"; stop "$their_mount"
+    lock_waits
     mount_ours; mount_theirs
     row "ls -lR, sizes known" "$(timed list "$ours")" "$(timed list "$theirs")"
     stop "$our_mount"; stop "$their_mount"
-    rm -rf "$XDG_CACHE_HOME"
+    forget_all
     mount_ours
     list_cold=$(timed list "$ours")
     printf '%-26s %8d ms   %.2f times our own tar, cold\n' "ls -lR, cold" "$list_cold" "$(bc -l <<<"$list_cold / $cold")"

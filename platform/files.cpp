@@ -149,15 +149,18 @@ class PosixLockFile final : public LockFile {
     Descriptor file_;
 };
 
+bool isFolder(const fs::path& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 void makeFolder(const fs::path& path) {
     if (::mkdir(path.c_str(), 0700) == 0) {
         flushFolder(folderOf(path));
         return;
     }
     const int code = errno;
-    struct stat status {};
-    const bool isFolder = ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-    if (!isFolder) throw FileError(code == EEXIST ? ENOTDIR : code, path.string());
+    if (!isFolder(path)) throw FileError(code == EEXIST ? ENOTDIR : code, path.string());
 }
 
 class PosixFileSystem final : public FileSystem {
@@ -170,6 +173,7 @@ class PosixFileSystem final : public FileSystem {
     }
 
     void createDirectories(const fs::path& path) override {
+        if (isFolder(path)) return;
         fs::path level;
         for (const fs::path& component : path) {
             level /= component;

@@ -13,6 +13,7 @@
 #include "linux/host/workspace.h"
 #include "linux/mount/daemon.h"
 #include "platform/fileprovider/domain_registry.h"
+#include "synckit/container/sync_execution_owner.h"
 
 namespace vorlinden::cli {
 namespace {
@@ -59,6 +60,11 @@ mount::DaemonSurroundings surroundings(const Machine& machine, const std::shared
     result.domain = host::productDomain();
     result.makeExtension = [extensions] { return extensions->make(); };
     result.openFailure = [extensions] { return extensions->openFailure(); };
+    result.completeState = [](mount::MountState& state) {
+        const auto waits = executionLockWaits();
+        state.lockOperations = static_cast<std::int64_t>(waits.operations);
+        state.lockMilliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(waits.waited).count();
+    };
     result.unmounted = [unmounted]() mutable { unmounted.set(); };
     return result;
 }

@@ -14,7 +14,12 @@ namespace {
 std::optional<host::MountStatus> mountStatus(const Machine& machine) {
     const auto state = mount::readMountState(*machine.system.files, machine.folders.state);
     if (!state) return std::nullopt;
-    host::MountStatus status{state->mountPoint, state->server, state->extensionTrouble, std::nullopt};
+    host::MountStatus status{.mountPoint = state->mountPoint,
+                             .server = state->server,
+                             .trouble = state->extensionTrouble,
+                             .failedFetch = std::nullopt,
+                             .lockOperations = state->lockOperations,
+                             .lockMilliseconds = state->lockMilliseconds};
     if (const auto& failed = state->lastFailedFetch) {
         status.failedFetch = {failed->path, failed->sentence, failed->at};
     }

@@ -34,6 +34,9 @@ struct MountStatus {
         platform::Timestamp at;
     };
     std::optional<FailedFetch> failedFetch;  // the last one
+    // What its operations have waited for the execution lock.
+    std::int64_t lockOperations = 0;
+    std::int64_t lockMilliseconds = 0;
 };
 
 struct Status {

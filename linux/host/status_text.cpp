@@ -69,6 +69,9 @@ JSONText mountJSON(const MountStatus& mount) {
             .add("at", platform::formatTimestamp(failed->at));
         object.add("failedFetch", fetch.text());
     }
+    JSONObjectBuilder lock;
+    lock.add("operations", mount.lockOperations).add("waitedMilliseconds", mount.lockMilliseconds);
+    object.add("executionLock", lock.text());
     return object.text();
 }
 

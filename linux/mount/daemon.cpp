@@ -83,7 +83,7 @@ Daemon::Parts::Parts(const DaemonOptions& options, DaemonSurroundings around)
       lock(lockAgainstOthers(*surroundings.system.files, surroundings.folders.state)),
       mountPoint(prepareMountPoint(options.folder)),
       reporter(surroundings.system.files, surroundings.folders.state,
-               initialState(mountPoint, *surroundings.system.clock)),
+               initialState(mountPoint, *surroundings.system.clock), surroundings.completeState),
       domain(surroundings.system, surroundings.domain, domainSurroundings()),
       contents(openContentStore(surroundings.system, contentOptions(surroundings, options),
                                 contentSurroundings())),

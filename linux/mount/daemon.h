@@ -10,6 +10,7 @@
 #include <string>
 
 #include "linux/mount/content_store.h"
+#include "linux/mount/mount_state.h"
 #include "platform/fileprovider/protocol.h"
 #include "platform/system.h"
 
@@ -29,6 +30,8 @@ struct DaemonSurroundings {
     std::function<std::shared_ptr<ReplicatedExtension>()> makeExtension;
     // In the extension's own words, why its catalogue didn't open; absent if it did or nothing is known.
     std::function<std::optional<std::string>()> openFailure;
+    // Adds to the daemon's state what it doesn't know itself.
+    std::function<void(MountState&)> completeState;
     // Somebody else unmounted the folder; called once, on a thread that may not destroy the daemon.
     std::function<void()> unmounted;
 };

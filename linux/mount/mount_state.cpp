@@ -39,6 +39,8 @@ JSONText encoded(const MountState& state) {
         .add("server", state.server)
         .add("extensionTrouble", state.extensionTrouble)
         .add("lastFailedFetch", failure)
+        .add("lockOperations", state.lockOperations)
+        .add("lockMilliseconds", state.lockMilliseconds)
         .text();
 }
 
@@ -51,6 +53,8 @@ MountState decoded(std::string_view bytes) {
     state.since = requiredTime(root, "since");
     state.server = root.requiredString("server");
     state.extensionTrouble = root.optionalString("extensionTrouble");
+    state.lockOperations = root.optionalInteger("lockOperations").value_or(0);
+    state.lockMilliseconds = root.optionalInteger("lockMilliseconds").value_or(0);
     if (const auto failure = root.optional("lastFailedFetch"); failure && !failure->isNull())
         state.lastFailedFetch = {failure->requiredString("path"), failure->requiredString("sentence"),
                                  requiredTime(*failure, "at")};

@@ -28,6 +28,9 @@ struct MountState {
     std::string server = "unknown";               // "unknown", "reachable", "unreachable", "signed out"
     std::optional<std::string> extensionTrouble;  // why listings and content can't be had now
     std::optional<FetchFailure> lastFailedFetch;
+    // What its operations have waited for the execution lock, as of the latest other change or the end.
+    std::int64_t lockOperations = 0;
+    std::int64_t lockMilliseconds = 0;
     bool operator==(const MountState&) const = default;
 };
 

@@ -12,16 +12,17 @@ constexpr std::chrono::milliseconds gathering{200};  // between two writes
 }
 
 StateReporter::StateReporter(std::shared_ptr<platform::FileSystem> files, std::filesystem::path stateFolder,
-                             MountState state)
+                             MountState state, std::function<void(MountState&)> complete)
     : files_(std::move(files)),
       stateFolder_(std::move(stateFolder)),
+      complete_(std::move(complete)),
       state_(std::move(state)),
       thread_([this] { run(); }) {}
 
 StateReporter::~StateReporter() {
     {
         std::lock_guard hold(mutex_);
-        stopping_ = true;
+        stopping_ = dirty_ = true;
     }
     changed_.notify_one();
     thread_.join();
@@ -44,8 +45,9 @@ void StateReporter::run() {
         changed_.wait(hold, [this] { return dirty_ || stopping_; });
         if (!dirty_) return;
         dirty_ = false;
-        const MountState state = state_;
+        MountState state = state_;
         hold.unlock();
+        complete_(state);
         try {
             writeMountState(*files_, stateFolder_, state);
         } catch (const platform::FileError&) {

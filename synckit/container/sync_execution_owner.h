@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <type_traits>
@@ -12,6 +13,14 @@
 #include "synckit/types.h"
 
 namespace vorlinden {
+
+// What all operations of this process have waited for the lock since it began, each for itself: those that
+// wait at once add up. A value.
+struct ExecutionLockWaits {
+    std::uint64_t operations = 0;
+    std::chrono::microseconds waited{};
+};
+ExecutionLockWaits executionLockWaits();
 
 // A value: it only names the lock file. The lock lives in the open file, one per call of withOwnership(), so
 // it ends with its operation, with the process at the latest, and two operations of one process exclude each

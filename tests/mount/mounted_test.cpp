@@ -131,6 +131,7 @@ class Mounted : public testing::Test {
         result.domain = {"test", "Test"};
         result.makeExtension = [this] { return backend.makeExtension(); };
         result.openFailure = [] { return std::nullopt; };
+        result.completeState = [](mount::MountState&) {};
         result.unmounted = [] {};
         return result;
     }
