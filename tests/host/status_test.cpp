@@ -55,8 +55,9 @@ TEST_F(StatusTest, TellsWhatTheDaemonCouldNotFetch) {
     auto status = gather();
     EXPECT_NE(statusText(status, machine.clock->now()).find("mount: none"), std::string::npos);
     const auto at = machine.clock->now();
-    status.mount = {"/tree", "unreachable", std::nullopt,
-                    MountStatus::FailedFetch{"notes/a.md", "It timed out.", at}, 0, 0};
+    status.mount = {
+        "/tree", "unreachable", std::nullopt, MountStatus::FailedFetch{"notes/a.md", "It timed out.", at}, 0,
+        0};
     const auto text = statusText(status, at + 3min);
     EXPECT_NE(text.find("can't be reached"), std::string::npos) << text;
     EXPECT_NE(text.find("could not fetch notes/a.md (3 minutes ago): It timed out."), std::string::npos)
