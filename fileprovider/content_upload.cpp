@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "synckit/conflicts/change_rules.h"
 #include "synckit/upload/conflict_copy_uploader.h"
 #include "synckit/upload/local_mutations.h"
 
@@ -15,6 +16,15 @@ std::int64_t journalContent(const ExtensionCore& core, const WriteContext& conte
         context.spool.writeNewEdit(data, journalId);
         return journalId;
     });
+}
+
+void withdrawOlderContent(const WriteContext& context, const UploadTarget& target, std::int64_t journalId) {
+    for (const auto& change : context.store->pendingChanges(target.brainId)) {
+        if (!change.id || *change.id >= journalId || !carriesContent(change)) continue;
+        const bool isOfTarget =
+            target.nodeId ? change.nodeId == target.nodeId : !change.nodeId && change.path == target.path;
+        if (isOfTarget) context.store->removePending(*change.id);
+    }
 }
 
 Task<UploadedContent> sendContent(CorePtr core, ContentUploadPlan plan, UUID brainId, std::string path,

@@ -25,6 +25,11 @@ struct UploadTarget {
 std::int64_t journalContent(const ExtensionCore& core, const WriteContext& context,
                             const UploadTarget& target, const Data& data);
 
+// Once the journalled content of `target` was refused for good and is kept here, an older save of the same
+// file that still waits must not go up after it. Its bytes are left to the sweep of the spool. In a
+// transaction.
+void withdrawOlderContent(const WriteContext& context, const UploadTarget& target, std::int64_t journalId);
+
 // What the server stored. Throws as ContentUploader::send() does.
 Task<UploadedContent> sendContent(CorePtr core, ContentUploadPlan plan, UUID brainId, std::string path,
                                   const WriteContext& context);

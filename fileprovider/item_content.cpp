@@ -64,6 +64,7 @@ void keepHere(const WriteContext& context, const NodeRecord& record, const std::
         kept.uploadError = message;
         replace(*context.store, kept);
         context.store->removePending(journalId);
+        withdrawOlderContent(context, targetOf(record), journalId);
     });
 }
 

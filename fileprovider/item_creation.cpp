@@ -36,6 +36,7 @@ NodeRecord keepHere(const ExtensionCore& core, const WriteContext& context, cons
                                                      target.path, message, now(core));
         context.spool.write(data, ConflictSpool::nodeKey(record.nodeId));
         context.store->removePending(journalId);
+        withdrawOlderContent(context, target, journalId);
         return record;
     });
 }

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "fileprovider/node_lookup.h"
 #include "fileprovider/refusals.h"
 #include "fileprovider/write_frame.h"
+#include "synckit/conflicts/change_rules.h"
 #include "synckit/upload/local_mutations.h"
 
 namespace vorlinden::fileprovider {
@@ -25,11 +27,25 @@ Task<DeleteResult> sendDelete(CorePtr core, const WriteContext& context, const N
 void settleRefusedDelete(const WriteContext& context, const NodeRecord& record, std::int64_t journalId,
                          const Refusal& refusal) {
     if (const auto* forGood = std::get_if<RefusedForGood>(&refusal)) {
-        context.store->removePending(journalId);
-        LocalMutations::markUploadError(*context.store, record.brainId, record.nodeId, forGood->message);
+        context.store->inTransaction([&] {
+            context.store->removePending(journalId);
+            LocalMutations::markUploadError(*context.store, record.brainId, record.nodeId, forGood->message);
+        });
     } else {
         context.resolver->bounceDelete(record.brainId, record.path, journalId);
     }
+}
+
+// Files that exist only here, conflict copies above all, may wait to go up: they would come back for
+// everybody.
+void withdrawLocalFiles(MetadataStore& store, const NodeRecord& deleted) {
+    std::unordered_set<std::string> ids;
+    for (const auto& node : store.subtree(deleted.brainId, deleted.path))
+        if (node.localOnly) ids.insert(node.nodeId);
+    if (ids.empty()) return;
+    for (const auto& change : store.pendingChanges(deleted.brainId))
+        if (change.id && carriesContent(change) && change.nodeId && ids.contains(*change.nodeId))
+            store.removePending(*change.id);
 }
 
 Task<> deleteNode(CorePtr core, const WriteContext& context, const NodeRecord& record) {
@@ -44,8 +60,11 @@ Task<> deleteNode(CorePtr core, const WriteContext& context, const NodeRecord& r
             co_return;
         }
     }
-    LocalMutations::applyDelete(*core->system().random, store, record.brainId, record.path, journalId,
-                                now(*core));
+    store.inTransaction([&] {
+        withdrawLocalFiles(store, record);
+        LocalMutations::applyDelete(*core->system().random, store, record.brainId, record.path, journalId,
+                                    now(*core));
+    });
 }
 
 using DeleteReply = std::shared_ptr<Reply<DeleteHandler>>;

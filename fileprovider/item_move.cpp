@@ -77,8 +77,10 @@ void mark(const WriteContext& context, const NodeRecord& record, const std::stri
 void settleRefusedMove(const WriteContext& context, const NodeRecord& record, const MovePlan::Move& plan,
                        std::int64_t journalId, const Refusal& refusal) {
     if (const auto* forGood = std::get_if<RefusedForGood>(&refusal)) {
-        context.store->removePending(journalId);
-        mark(context, record, forGood->message);
+        context.store->inTransaction([&] {
+            context.store->removePending(journalId);
+            mark(context, record, forGood->message);
+        });
     } else {
         context.resolver->bounceMove(plan.brainId, plan.fromPath, plan.toPath, journalId);
     }

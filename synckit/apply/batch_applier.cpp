@@ -37,6 +37,14 @@ void BatchApplier::ensureAncestors(const std::string& path) {
         ensureDirectory(std::string(ancestor));
 }
 
+void BatchApplier::ensureAncestorsOfCopy(const std::string& path) {
+    for (const auto ancestor : properAncestors(path)) {
+        const auto existing = store_.nodeByPath(brainId_, ancestor);
+        if (existing && !existing->isDirectory && !existing->localOnly) return;
+        ensureDirectory(std::string(ancestor));
+    }
+}
+
 bool BatchApplier::deleteSubtree(const std::string& path, const std::unordered_set<std::string>& preserving) {
     bool deleted = false;
     for (const auto& node : store_.subtree(brainId_, path)) {

@@ -34,6 +34,9 @@ class BatchApplier {
     void ensureDirectory(const std::string& path);
     // ensureDirectory() on each proper ancestor, shallowest first.
     void ensureAncestors(const std::string& path);
+    // The folders above a conflict copy, as far as they can be had: a file of the server's that stands where
+    // one would be stays, and the copy is left without its folder.
+    void ensureAncestorsOfCopy(const std::string& path);
     // Deletes the node at `path` and what lies below, but for the ids in `preserving`. Whether a row went.
     bool deleteSubtree(const std::string& path, const std::unordered_set<std::string>& preserving = {});
     void applyUpdate(const std::string& path, const std::optional<std::string>& title, bool bodyChanged,

@@ -67,6 +67,13 @@ void describeContent(NodeRecord& copy, const ContentUploadPlan& plan) {
     }
 }
 
+// Whether the row is the local file of the waiting change, about to be moved with a folder above it: its
+// bytes live on in the copy, and nothing would stand behind the row at its new place.
+bool isCarriedOff(const NodeRecord& row, const Op& op, const PendingChange& pending) {
+    const auto* move = std::get_if<Op::Move>(&op.value);
+    return move && row.localOnly && row.nodeId == pending.nodeId && isBelow(row.path, move->path);
+}
+
 PendingChange uploadOf(const NodeRecord& copy, const std::optional<std::string>& baseCursor) {
     PendingChange change;
     change.brainId = copy.brainId;
@@ -102,9 +109,10 @@ ConflictHandler ConflictResolver::conflictHandler() {
 }
 
 ConflictResolution ConflictResolver::handle(const FeedEntry&, const Op& op, const PendingChange& pending) {
+    if (!pending.id) return ConflictResolution::remoteWins;
     store_->inTransaction([&] {
         // A batch holds the journal as it stood at its start: an earlier op may have settled this row.
-        if (!pending.id || !store_->pendingChange(*pending.id)) return;
+        if (!store_->pendingChange(*pending.id)) return;
         if (!carriesContent(pending)) return store_->removePending(*pending.id);
         if (leavesContentAlone(op)) return;
         const auto row = store_->nodeByPath(pending.brainId, pending.path);
@@ -112,6 +120,10 @@ ConflictResolution ConflictResolver::handle(const FeedEntry&, const Op& op, cons
             const auto bytes = localContent_(pending, row);
             if (!bytes) throw FileError::noSuchFile();
             makeConflictCopy(pending.brainId, pending.path, *bytes, ConflictCopyReason::remoteEdit);
+            if (row && isCarriedOff(*row, op, pending)) {
+                store_->deleteNode(row->brainId, row->nodeId);
+                store_->appendChange(row->identifier(), true);
+            }
         }
         store_->removePending(*pending.id);
     });
@@ -146,7 +158,7 @@ ConflictCopy ConflictResolver::makeConflictCopy(const UUID& brainId, const std::
     NodeRecord copy;
     copy.brainId = brainId;
     copy.path = ConflictNamer::conflictCopyPath(path, safeDeviceName(), stamp, isTaken);
-    BatchApplier(brainId, *store_, *random_, stamp).ensureAncestors(copy.path);
+    BatchApplier(brainId, *store_, *random_, stamp).ensureAncestorsOfCopy(copy.path);
 
     const auto plan = UploadPlanner::planContentUpload(data);
     describeContent(copy, plan);

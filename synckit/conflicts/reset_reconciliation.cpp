@@ -104,11 +104,12 @@ class ConflictResolver::Reset {
         }
     }
 
-    // The snapshot took those away that served only the copies.
+    // The snapshot took those away that served only the copies. A file of the snapshot's may stand in the
+    // place of one: the server's state wins, and the copy stays below it as an orphan.
     void restoreFolders() {
         BatchApplier tree(brainId_, store_, *resolver_.random_, resolver_.now_());
         for (const auto& copy : result_.copies)
-            tree.ensureAncestors(copy.copyPath);
+            tree.ensureAncestorsOfCopy(copy.copyPath);
     }
 
     // Whether a row belongs to a change with content that waited when the reset began.

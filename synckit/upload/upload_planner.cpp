@@ -22,10 +22,11 @@ std::string describe(const UploadPlanError::Reason& reason) {
     return std::visit(
         Overloaded{
             [](const Error::InvalidPath& it) {
-                return "\"" + it.path + "\" is not a valid name or path for Vorlinden.";
+                return "\"" + platform::repairedUTF8(it.path) +
+                       "\" is not a valid name or path for Vorlinden.";
             },
             [](const Error::JunkDestination& it) {
-                return "\"" + it.name + "\" is a name Vorlinden does not sync.";
+                return "\"" + platform::repairedUTF8(it.name) + "\" is a name Vorlinden does not sync.";
             },
             [](const Error::TooLarge& it) {
                 return "This file is too large to upload (" + std::to_string(it.size) +

@@ -11,6 +11,7 @@
 
 #include "synckit/apply/tree_rules.h"
 #include "synckit/conflicts/change_rules.h"
+#include "synckit/upload/ignore_list.h"
 #include "tests/conflicts/random_world.h"
 #include "tests/conflicts/replica.h"
 #include "tests/conflicts/server_tree.h"
@@ -139,11 +140,19 @@ RC_GTEST_PROP(ConflictLaws, ServerRowsFormATree, ()) {
     RandomWorld world(beginning);
     for (int steps = anySteps(); steps > 0; --steps) {
         const bool reset = *rc::gen::inRange(0, 3) == 0;
-        world.take(logged(reset ? Step(server.snapshot()) : Step(server.anyBatch())));
+        const Step step = reset ? Step(server.snapshot()) : Step(server.anyBatch());
+        world.take(logged(step));
 
         std::map<std::string, NodeRecord> byPath;
         for (const auto& row : world.rows())
             RC_ASSERT(byPath.emplace(row.path, row).second);
+        if (reset) {
+            for (const auto& node : std::get<Snapshot>(step).nodes) {
+                if (IgnoreList::isJunk(node.path)) continue;
+                RC_ASSERT(byPath.contains(node.path));
+                RC_ASSERT(byPath.at(node.path).nodeId == node.nodeId);
+            }
+        }
         for (const auto& [path, row] : byPath) {
             if (row.localOnly) continue;
             for (const auto ancestor : properAncestors(path)) {

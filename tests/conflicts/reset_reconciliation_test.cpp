@@ -193,6 +193,14 @@ TEST_F(ResetReconciliationTest, FoldersOfCopiesAreRestored) {
     EXPECT_EQ(log(anchor), (Lines{"+local:*", "-dir:a", "-dir:a/b", "+F", "+dir:a", "+dir:a/b"}));
 }
 
+TEST_F(ResetReconciliationTest, AFileOfTheServersKeepsThePlaceOfACopysFolder) {
+    givenFolder("d");
+    givenFile("d/f", "F");
+    waitingEdit(Kind::update, "d/f");
+    reset({unchanged("d", "S")});
+    EXPECT_EQ(tree(), (Lines{"d = S v1", "d/f~ = local:* v1 local-only"}));
+}
+
 TEST_F(ResetReconciliationTest, NamesAvoidWhatComesAndWhatWaits) {
     const std::string name = "f (conflicted copy M 2026-03-14", second = name + " 2)", third = name + " 3)";
     givenFile("f", "F");

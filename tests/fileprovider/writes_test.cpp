@@ -139,6 +139,14 @@ edit Notes/a new [422 BAD]
     a v1 (Not uploaded: No: BAD)
     -Notes/a = id:Notes/a v1 | +Notes/a = id:Notes/a v1 local-only (Not uploaded: No: BAD) |
     +log +id:Notes/a | +spool edit-1=new | +spool node=new
+edit Notes/a old; edit Notes/a new [503 BUSY] [422 BAD]
+    a v1 (Not uploaded: No: BAD)
+    -Notes/a = id:Notes/a v1 | +Notes/a = id:Notes/a v1 local-only (Not uploaded: No: BAD) |
+    +log +id:Notes/a | +spool edit-1=old | +spool edit-2=new | +spool node=new
+create Notes/c old; create Notes/c new [503 BUSY] [422 BAD]
+    c v1 (Not uploaded: No: BAD)
+    +Notes/c = local:* v1 local-only (Not uploaded: No: BAD) | +log +local:* | +spool edit-1=old |
+    +spool edit-2=new | +spool node=new
 edit Notes/a new; edit Notes/a newer 0 [422 BAD]
     a v2 (Not uploaded: No: BAD)
     -Notes/a = id:Notes/a v1 | +Notes/a = id:Notes/a v2 local-only (Not uploaded: No: BAD) |
@@ -169,6 +177,14 @@ edit Notes/a new 0; edit Notes/a%(conflicted%copy%Studio%2026-03-14) newer [off]
     +Notes/a = id:Notes/a v2 | +journal create Notes/a (conflicted copy Studio 2026-03-14) |
     +journal update Notes/a (conflicted copy Studio 2026-03-14) | +log +id:Notes/a | +log +local:* |
     +log +local:* | +spool copy-1=new | +spool edit-2=newer
+edit Notes/a new 0; remove Notes/a%(conflicted%copy%Studio%2026-03-14) [off]
+    done
+    -Notes/a = id:Notes/a v1 | +Notes/a = id:Notes/a v2 | +log +id:Notes/a | +log +local:* | +log -local:* |
+    +spool copy-1=new
+edit Notes/a new 0; remove Notes [off]
+    done
+    -Notes = dir:Notes v0 | -Notes/a = id:Notes/a v1 | +log +id:Notes/a | +log +local:* | +log -dir:Notes |
+    +log -id:Notes/a | +log -local:* | +spool copy-1=new
 
 # Moves.
 move Notes/a c
