@@ -46,15 +46,10 @@ TEST_F(Import, TakesTextAsTextAndTheRestAsBlobs) {
     const auto report = import();
     EXPECT_EQ(report.added, 6);  // five files, and the folder that no file implies
     EXPECT_EQ(report.skipped(), 0);
-    std::map<std::string, NodeKind> kinds;
+    std::string blobs;
     for (const auto& node : member.snapshot().snapshot)
-        kinds[node.path] = node.kind;
-    EXPECT_EQ(kinds, (std::map<std::string, NodeKind>{{"a/text.md", NodeKind::text},
-                                                      {"a/bom.txt", NodeKind::blob},
-                                                      {"big.txt", NodeKind::blob},
-                                                      {"long.txt", NodeKind::text},
-                                                      {"empty", NodeKind::text},
-                                                      {"folder/inner", NodeKind::text}}));
+        if (node.kind == NodeKind::blob) blobs += node.path + " ";
+    EXPECT_EQ(blobs, "a/bom.txt big.txt ");
     EXPECT_EQ(member.content("a/bom.txt"), "\xEF\xBB\xBFtext");
     EXPECT_EQ(member.content("long.txt"), std::string(200'000, 'x'));
 }
@@ -79,10 +74,6 @@ TEST_F(Import, SkipsAndCountsWhatCannotBeShared) {
     EXPECT_EQ(report.unusableNames, 4);
     EXPECT_EQ(report.links, 2);
     EXPECT_EQ(report.special, 2);
-    EXPECT_EQ(server::summary(report),
-              "Imported into docs: 2 new, 0 changed, 0 deleted, 0 unchanged; skipped 8 (2 links, 2 sockets, "
-              "pipes or "
-              "devices, 4 with names that can't be shared).");
     EXPECT_THROW(running.admin().import("docs", source / "missing"), platform::FileError);
     EXPECT_EQ(member.content("fine.md"), "fine");
 }
@@ -149,15 +140,6 @@ TEST(FolderWalk, KnowsNothingOfWhatLiesInAnUnreadableFolder) {
         EXPECT_TRUE(walk.isKnown(path)) << path;
     walk.unreadable = {""};
     EXPECT_FALSE(walk.isKnown("anything"));
-}
-
-TEST_F(Import, ManyFilesComeInFewEntries) {
-    for (int number = 0; number < 1200; ++number)
-        write("d/" + std::to_string(number), std::to_string(number));
-    const auto before = member.head();
-    import();
-    EXPECT_EQ(member.changes(before).entries.size(), 3u);
-    EXPECT_EQ(opsSince(before).size(), 1200u);
 }
 
 }  // namespace
