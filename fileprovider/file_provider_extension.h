@@ -43,6 +43,11 @@ class FileProviderExtension final : public ReplicatedExtension {
     std::shared_ptr<Progress> fetchContents(const ItemIdentifier& identifier,
                                             const std::optional<ItemVersion>& version, const Request& request,
                                             FetchHandler handler) override;
+    // The writes. Each is journalled before the network is touched, runs alone among all sync work of this
+    // container, and is answered after the containers it touched were signalled and the host was woken. What
+    // the server refuses for good is a success, whose item says why. After serverUnreachable,
+    // notAuthenticated or a cancellation the change may wait in the journal, where the host's drain goes on
+    // with it: calling again makes a second row. For `contents` see there.
     std::shared_ptr<Progress> createItem(const ItemTemplate& item, std::uint32_t fields,
                                          const Contents& contents, std::uint32_t options,
                                          const Request& request, WriteHandler handler) override;
