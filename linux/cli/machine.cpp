@@ -50,19 +50,35 @@ class Descriptor {
     int value_;
 };
 
+// How a signal ends a task: by asking, and by cancelling if that isn't heard for `grace`.
+struct Ending {
+    std::function<void()> ask;
+    std::chrono::milliseconds grace;
+};
+
 // Waits until `ended` is readable, meanwhile passing the first ending signal on to the task.
-void awaitEnd(const Descriptor& ended, const Descriptor& signals, const platform::TaskHandle& task) {
-    bool asked = false;
+void awaitEnd(const Descriptor& ended, const Descriptor& signals, const platform::TaskHandle& task,
+              const Ending& ending) {
+    std::uint32_t asked = 0;  // the signal that asked first
+    int patience = -1;        // milliseconds for poll
     while (true) {
         std::array<pollfd, 2> waits{pollfd{ended.get(), POLLIN, 0}, pollfd{signals.get(), POLLIN, 0}};
-        if (::poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR)
-            throw platform::FileError(errno, "");
+        const int ready = ::poll(waits.data(), waits.size(), patience);
+        if (ready < 0 && errno != EINTR) throw platform::FileError(errno, "");
+        if (ready < 0) continue;
         if (waits[0].revents != 0) return;
+        if (ready == 0) {
+            task.cancel();
+            patience = -1;
+        }
         if (waits[1].revents == 0) continue;
         signalfd_siginfo signal{};
         if (::read(signals.get(), &signal, sizeof signal) != sizeof signal) continue;
-        if (std::exchange(asked, true)) ::_exit(128 + static_cast<int>(signal.ssi_signo));
-        task.cancel();
+        if (asked == signal.ssi_signo) ::_exit(128 + static_cast<int>(asked));
+        if (asked != 0) continue;  // a script's SIGTERM after the terminal's SIGINT is no impatience
+        asked = signal.ssi_signo;
+        ending.ask();
+        patience = static_cast<int>(ending.grace.count());
     }
 }
 
@@ -84,6 +100,12 @@ bool Machine::hasLeftWorkBehind() {
 }
 
 void Machine::runInterruptibly(std::function<platform::Task<>()> body) const {
+    runUntilAsked(
+        std::move(body), [] {}, std::chrono::milliseconds(0));
+}
+
+void Machine::runUntilAsked(std::function<platform::Task<>()> body, std::function<void()> ask,
+                            std::chrono::milliseconds grace) const {
     const sigset_t set = endingSignals();
     const Descriptor signals(::signalfd(-1, &set, SFD_CLOEXEC));
     const Descriptor ended(::eventfd(0, EFD_CLOEXEC));
@@ -93,7 +115,7 @@ void Machine::runInterruptibly(std::function<platform::Task<>()> body) const {
         const std::uint64_t one = 1;
         [[maybe_unused]] const auto written = ::write(ended.get(), &one, sizeof one);
     });
-    awaitEnd(ended, signals, task);
+    awaitEnd(ended, signals, task, {std::move(ask), grace});
     if (failure) std::rethrow_exception(failure);
 }
 

@@ -1,6 +1,7 @@
 // The real machine, wired for one run of the program.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -31,8 +32,12 @@ class Machine {
     const platform::System system;
 
     // Runs `body` to its end and rethrows its failure. The first SIGINT or SIGTERM cancels it, so that it
-    // ends with CancelledError; a second one ends the process at once.
+    // ends with CancelledError; the same one again ends the process at once.
     void runInterruptibly(std::function<platform::Task<>()> body) const;
+    // The same, but the first signal calls `ask` (on the main thread), and only if `body` hasn't ended
+    // `grace` later is it cancelled.
+    void runUntilAsked(std::function<platform::Task<>()> body, std::function<void()> ask,
+                       std::chrono::milliseconds grace) const;
 };
 
 }  // namespace vorlinden::cli

@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     addSync(program);
     addMount(program);
     addStatus(program);
+    addRetry(program);
     addConflicts(program);
     addEvents(program);
     addItem(program);

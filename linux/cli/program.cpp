@@ -37,7 +37,9 @@ Program::Program() : app_("Your team's knowledge store as an ordinary folder.", 
 CLI::App& Program::addVerb(const std::string& name, const std::string& description, std::function<int()> run,
                            CLI::App* group) {
     auto* verb = (group ? group : &app_)->add_subcommand(name, description);
-    verb->callback([this, run = std::move(run)] { chosen_ = run; });
+    verb->callback([this, verb, run = std::move(run)] {
+        if (verb->get_subcommands().empty()) chosen_ = run;  // else the verb below it was meant
+    });
     return *verb;
 }
 

@@ -19,7 +19,8 @@ enum ExitStatus : int {
     done = 0,
     failed = 1,
     wrongUsage = 2,
-    needsPerson = 3,  // somebody has to sign in
+    needsPerson = 3,     // somebody has to sign in, or to settle something
+    somethingWaits = 4,  // nothing failed, but not everything is with the server yet
 };
 
 // The command line made sense to the parser but not to the verb; the text says what to write instead.

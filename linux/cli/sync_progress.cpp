@@ -2,6 +2,7 @@
 
 #include <iostream>
 #include <utility>
+#include <vector>
 
 #include <unistd.h>
 
@@ -10,11 +11,32 @@
 namespace vorlinden::cli {
 namespace {
 
+std::string counted(std::size_t count, const std::string& one) {
+    return std::to_string(count) + " " + one + (count == 1 ? "" : "s");
+}
+
+// What was done for a brain, in one line; empty if nothing was.
 std::string outcomeText(const host::BrainReport& report) {
-    std::string text = report.brain.slug + ": ";
-    if (report.pull.snapshot)
-        return text + "all of it fetched anew, " + std::to_string(*report.pull.snapshot) + " items";
-    return text + std::to_string(report.pull.entries) + (report.pull.entries == 1 ? " change" : " changes");
+    const auto& [brain, pull, drain, failure] = report;
+    std::vector<std::string> parts;
+    if (pull.snapshot) parts.push_back("all of it fetched anew, " + counted(*pull.snapshot, "item"));
+    if (pull.entries > 0) parts.push_back(counted(pull.entries, "change"));
+    if (drain.sent > 0) parts.push_back(std::to_string(drain.sent) + " sent");
+    if (drain.bounced > 0) parts.push_back(std::to_string(drain.bounced) + " without write access");
+    if (drain.refused > 0)
+        parts.push_back(std::to_string(drain.refused) + " refused (see `vorlinden status`)");
+    std::string text;
+    for (const auto& part : parts)
+        text += (text.empty() ? brain.slug + ": " : ", ") + part;
+    return text;
+}
+
+// What keeps a brain from being in step; empty if nothing does.
+std::string troubleText(const host::BrainReport& report) {
+    if (report.failure) return report.brain.slug + ": " + host::explain(report.failure).sentence;
+    if (report.drain.waiting == 0) return "";
+    const auto text = report.brain.slug + ": " + counted(report.drain.waiting, "change") + " still waiting.";
+    return report.drain.reason ? text + " " + *report.drain.reason : text;
 }
 
 }  // namespace
@@ -30,17 +52,22 @@ void SyncProgress::showWork(const std::string& text) {
     if (onTerminal_) std::cerr << "\r\033[K" << text << std::flush;
 }
 
-void SyncProgress::willPull(const BrainRecord& brain) {
+void SyncProgress::willSync(const BrainRecord& brain) {
     showWork(brain.slug + ": asking " + server_ + " ...");
 }
 
-void SyncProgress::didPull(const host::BrainReport& report) {
+void SyncProgress::didSync(const host::BrainReport& report) {
     showWork("");
-    if (report.pull.snapshot || report.pull.entries > 0) tell(outcomeText(report));
-    const auto failure = report.failure ? host::explain(report.failure).sentence : std::string();
-    auto& told = failures_[report.brain.brainId];
-    if (!failure.empty() && failure != told) tell(report.brain.slug + ": " + failure);
-    told = failure;
+    if (const auto& refusal = report.pull.refusal) {
+        tell(report.brain.slug + ": a change could not be applied, so all of it was fetched anew. " +
+             *refusal);
+    }
+    if (const auto outcome = outcomeText(report); !outcome.empty()) tell(outcome);
+    if (!report.drain.tried && !report.failure) return;  // what waits was told when it was tried
+    const auto trouble = troubleText(report);
+    auto& told = troubles_[report.brain.brainId];
+    if (!trouble.empty() && trouble != told) tell(trouble);
+    told = trouble;
 }
 
 void SyncProgress::didHear(const host::ToldEvent& event) {

@@ -16,8 +16,8 @@ class SyncProgress : public host::SyncObserver {
  public:
     explicit SyncProgress(std::string server);
 
-    void willPull(const BrainRecord& brain) override;
-    void didPull(const host::BrainReport& report) override;
+    void willSync(const BrainRecord& brain) override;
+    void didSync(const host::BrainReport& report) override;
     void didHear(const host::ToldEvent& event) override;
     void willRetry(const std::exception_ptr& failure, std::chrono::milliseconds pause) override;
     void willRest(const std::vector<host::BrainReport>& reports) override;
@@ -30,7 +30,7 @@ class SyncProgress : public host::SyncObserver {
     const std::string server_;
     const bool onTerminal_;
     bool restedBefore_ = false;
-    std::map<UUID, std::string> failures_;  // the last one told, by brain
+    std::map<UUID, std::string> troubles_;  // the last one told, by brain
     std::string roundFailure_;
 };
 

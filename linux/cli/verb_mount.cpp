@@ -8,8 +8,10 @@
 #include <string>
 
 #include "fileprovider/file_provider_extension.h"
+#include "linux/cli/child_sync.h"
 #include "linux/cli/machine.h"
 #include "linux/cli/verbs.h"
+#include "linux/host/mark.h"
 #include "linux/host/workspace.h"
 #include "linux/mount/daemon.h"
 #include "platform/fileprovider/domain_registry.h"
@@ -22,6 +24,7 @@ struct Options {
     std::string folder;
     std::uint64_t cacheSize = std::uint64_t{10} << 30;  // bytes
     double deadline = 10;                               // seconds
+    bool noSync = false;
 };
 
 // Makes extension objects and remembers why the latest one's catalogue didn't open.
@@ -84,6 +87,8 @@ int run(const Options& options) {
     const mount::Daemon daemon(
         daemonOptions, surroundings(machine, std::make_shared<Extensions>(machine.system), unmounted));
     std::cout << "mounted at " << daemon.mountPoint().string() << std::endl;
+    std::optional<ChildSync> sync;
+    if (!options.noSync && !host::Mark::syncRuns(machine.folders).isHeld(machine.system)) sync.emplace();
     try {
         machine.runInterruptibly([unmounted] { return unmounted.wait(); });
         std::cerr << "The folder was unmounted from outside.\n";
@@ -108,6 +113,9 @@ void addMount(Program& program) {
                     "Seconds that a reader waits for content that isn't here")
         ->check(CLI::Range(0.1, 3600.0))
         ->capture_default_str();
+    verb.add_flag("--no-sync", options->noSync,
+                  "Don't keep the tree and the server in step; without this, `vorlinden sync` is started if "
+                  "none runs, and ended with the mount");
 }
 
 }  // namespace vorlinden::cli

@@ -10,10 +10,12 @@ void addConfig(Program& program);
 void addConflicts(Program& program);
 void addEvents(Program& program);
 void addItem(Program& program);
+void addItemJournal(Program& program, CLI::App& item);  // below `item`
 void addLogin(Program& program);
 void addLogout(Program& program);
 void addMount(Program& program);
 void addOpenURL(Program& program);
+void addRetry(Program& program);
 void addServer(Program& program);
 void addServerCtl(Program& program);
 void addStatus(Program& program);

@@ -1,26 +1,54 @@
 #include "linux/host/alarm.h"
 
+#include <array>
 #include <exception>
-#include <utility>
 
 namespace vorlinden::host {
 
 void Alarm::ring() {
     platform::Signal signal = [this] {
         const std::lock_guard hold(mutex_);
-        rung_ = true;
-        return signal_;
+        return rung_;
     }();
     signal.set();
 }
 
-platform::Signal Alarm::current() {
-    const std::lock_guard hold(mutex_);
-    return signal_;
+void Alarm::end() {
+    auto signals = [this] {
+        const std::lock_guard hold(mutex_);
+        ended_ = true;
+        return std::array{rung_, sleeper_};
+    }();
+    for (auto& signal : signals)
+        signal.set();
 }
 
-platform::Task<bool> Alarm::wait(const platform::System& system, std::chrono::milliseconds duration) {
-    auto signal = current();
+bool Alarm::hasEnded() const {
+    const std::lock_guard hold(mutex_);
+    return ended_;
+}
+
+platform::Task<> Alarm::wait(const platform::System& system, std::chrono::milliseconds duration) {
+    const auto signal = [this] {
+        const std::lock_guard hold(mutex_);
+        return rung_;
+    }();
+    co_await either(system, duration, signal);
+    const std::lock_guard hold(mutex_);
+    if (!ended_) rung_ = platform::Signal();
+}
+
+platform::Task<> Alarm::sleep(const platform::System& system, std::chrono::milliseconds duration) {
+    const auto signal = [this] {
+        const std::lock_guard hold(mutex_);
+        if (!ended_) sleeper_ = platform::Signal();  // the last one was set by its time
+        return sleeper_;
+    }();
+    co_await either(system, duration, signal);
+}
+
+platform::Task<> Alarm::either(platform::System system, std::chrono::milliseconds duration,
+                               platform::Signal signal) {
     const auto timer = platform::spawn(
         system.executor,
         [timers = system.timers, duration, signal]() mutable -> platform::Task<> {
@@ -35,9 +63,6 @@ platform::Task<bool> Alarm::wait(const platform::System& system, std::chrono::mi
         throw;
     }
     timer.cancel();
-    const std::lock_guard hold(mutex_);
-    signal_ = platform::Signal();
-    co_return std::exchange(rung_, false);
 }
 
 }  // namespace vorlinden::host

@@ -15,15 +15,23 @@ namespace vorlinden::host {
 class Alarm {
  public:
     void ring();
-    // True if it was rung, false when `duration` passed first. CancelledError.
-    platform::Task<bool> wait(const platform::System& system, std::chrono::milliseconds duration);
+    // For good: no wait lasts from now on.
+    void end();
+    bool hasEnded() const;
+
+    // Until it is rung, or `duration` has passed. CancelledError.
+    platform::Task<> wait(const platform::System& system, std::chrono::milliseconds duration);
+    // The same, but deaf to rings: only end() makes it shorter.
+    platform::Task<> sleep(const platform::System& system, std::chrono::milliseconds duration);
 
  private:
-    platform::Signal current();
+    static platform::Task<> either(platform::System system, std::chrono::milliseconds duration,
+                                   platform::Signal signal);
 
-    std::mutex mutex_;  // guards the fields below
-    platform::Signal signal_;
-    bool rung_ = false;
+    mutable std::mutex mutex_;  // guards the fields below
+    platform::Signal rung_;
+    platform::Signal sleeper_;
+    bool ended_ = false;
 };
 
 }  // namespace vorlinden::host

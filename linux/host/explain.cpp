@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "linux/host/failures.h"
+#include "linux/host/pauses.h"
 #include "platform/json.h"
 #include "synckit/auth/token_manager.h"
 #include "synckit/catalogue/metadata_store.h"
@@ -62,8 +63,8 @@ std::string explained(const platform::URLError& error) {
 }
 
 std::string explained(const SyncAPIError& error) {
-    if (error.status >= 500 || error.status == 429) {
-        return "The server can't answer just now (" + std::to_string(error.status) + "). Try again later.";
+    if (isPassing(error.status)) {
+        return "The server can't answer just now (" + std::to_string(error.status) + ").";
     }
     if (error.code == "unknown" && error.status == 404) {
         return "This address is no sync server (404). Check it with `vorlinden config base-url`.";

@@ -14,7 +14,7 @@ platform::JSONText encoded(const platform::UUID& brain, const PullRecord& record
     platform::JSONObjectBuilder object;
     object.add("brain", brain.upperText());
     if (record.pulledAt) object.add("pulledAt", platform::formatTimestamp(*record.pulledAt));
-    object.add("failure", record.failure);
+    object.add("failure", record.failure).add("waitsFor", record.waitsFor).add("slug", record.slug);
     return object.text();
 }
 
@@ -22,7 +22,9 @@ platform::JSONText encoded(const platform::UUID& brain, const PullRecord& record
 bool sayTheSame(const std::map<platform::UUID, PullRecord>& a,
                 const std::map<platform::UUID, PullRecord>& b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& one, const auto& other) {
-        if (one.first != other.first || one.second.failure != other.second.failure) return false;
+        auto alike = other.second;
+        alike.pulledAt = one.second.pulledAt;
+        if (one.first != other.first || one.second != alike) return false;
         if (one.second.pulledAt == other.second.pulledAt) return true;
         if (!one.second.pulledAt || !other.second.pulledAt) return false;
         const auto apart = *other.second.pulledAt - *one.second.pulledAt;
@@ -41,6 +43,7 @@ HostState::HostState(const platform::System& system, const std::filesystem::path
     } catch (const platform::JSONError&) {
         registeredAt_.reset();
         roundFailure_.reset();
+        nextTry_.reset();
         pulls_.clear();
     }
 }
@@ -51,11 +54,13 @@ void HostState::read() {
     const auto root = document.root();
     registeredAt_ = root.optionalString("registeredAt");
     roundFailure_ = root.optionalString("roundFailure");
+    if (const auto at = root.optionalString("nextTry")) nextTry_ = platform::parseTimestamp(*at);
     for (const auto& value : root.required("pulls").list()) {
         const auto brain = platform::UUID::parse(value.requiredString("brain"));
         if (!brain) throw value.corrupted("not a UUID");
         const auto at = value.optionalString("pulledAt");
-        pulls_[*brain] = {at ? platform::parseTimestamp(*at) : std::nullopt, value.optionalString("failure")};
+        pulls_[*brain] = {at ? platform::parseTimestamp(*at) : std::nullopt, value.optionalString("failure"),
+                          value.optionalString("waitsFor"), value.optionalString("slug").value_or("")};
     }
 }
 
@@ -66,6 +71,7 @@ void HostState::write() const {
     platform::JSONObjectBuilder root;
     root.add("registeredAt", registeredAt_)
         .add("roundFailure", roundFailure_)
+        .add("nextTry", nextTry_ ? std::optional(platform::formatTimestamp(*nextTry_)) : std::nullopt)
         .add("pulls", platform::toJSON(pulls));
     files_->createDirectories(file_.parent_path());
     files_->writeAtomically(platform::Data(root.text().text + "\n"), file_);
@@ -85,6 +91,12 @@ void HostState::setRound(std::map<platform::UUID, PullRecord> pulls) {
 
 void HostState::setRoundFailure(std::string failure) {
     roundFailure_ = std::move(failure);
+    write();
+}
+
+void HostState::setNextTry(std::optional<platform::Timestamp> at) {
+    if (nextTry_ == at) return;
+    nextTry_ = at;
     write();
 }
 

@@ -14,10 +14,12 @@
 
 namespace vorlinden::host {
 
-// How the last pulls of a brain went.
+// How the last turns of a brain went.
 struct PullRecord {
     std::optional<platform::Timestamp> pulledAt;  // the last one that succeeded
     std::optional<std::string> failure;           // of the last one, if it failed, for a person
+    std::optional<std::string> waitsFor;          // why changes had to wait in the last one, for a person
+    std::string slug;
     bool operator==(const PullRecord&) const = default;
 };
 
@@ -33,10 +35,13 @@ class HostState {
     const std::map<platform::UUID, PullRecord>& pulls() const { return pulls_; }
     // Why the last round could not be held at all, for a person; absent if it could.
     std::optional<std::string> roundFailure() const { return roundFailure_; }
-    // A round was held. Replaces all records, so that those of brains that are gone go too. Where nothing but
-    // time has passed the file is written once a minute, to spare the disk of an idle machine.
+    // When sync asks again; absent where nobody waits for that.
+    std::optional<platform::Timestamp> nextTry() const { return nextTry_; }
+    // A round was held. Replaces all records. Where nothing but time has passed the file is written once a
+    // minute, to spare the disk of an idle machine.
     void setRound(std::map<platform::UUID, PullRecord> pulls);
     void setRoundFailure(std::string failure);
+    void setNextTry(std::optional<platform::Timestamp> at);
 
  private:
     void read();
@@ -46,6 +51,7 @@ class HostState {
     const std::filesystem::path file_;
     std::optional<std::string> registeredAt_;
     std::optional<std::string> roundFailure_;
+    std::optional<platform::Timestamp> nextTry_;
     std::map<platform::UUID, PullRecord> pulls_;
 };
 

@@ -7,13 +7,10 @@
 #include "synckit/server/sync_errors.h"
 
 namespace vorlinden::host {
-namespace {
 
 bool isPassing(int status) {
     return status >= 500 || status == 408 || status == 429;
 }
-
-}  // namespace
 
 std::chrono::milliseconds pauseAfterFailures(unsigned failures, double chance) {
     const auto doublings = std::clamp(failures, 1U, 10U) - 1;
@@ -33,6 +30,28 @@ bool serverIsAway(const std::exception_ptr& failure) {
     } catch (...) {
         return false;
     }
+}
+
+void DrainPauses::putOff(const platform::UUID& brain, platform::Timestamp now, double chance) {
+    auto& pause = pauses_[brain];
+    pause.from = now;
+    pause.until = now + pauseAfterFailures(++pause.failures, chance);
+}
+
+std::set<platform::UUID> DrainPauses::pausing(platform::Timestamp now) const {
+    std::set<platform::UUID> brains;
+    for (const auto& [brain, pause] : pauses_) {
+        const bool clockWentBack = now < pause.from;
+        if (now < pause.until && !clockWentBack) brains.insert(brain);
+    }
+    return brains;
+}
+
+std::optional<platform::Timestamp> DrainPauses::next() const {
+    std::optional<platform::Timestamp> first;
+    for (const auto& [brain, pause] : pauses_)
+        if (!first || pause.until < *first) first = pause.until;
+    return first;
 }
 
 }  // namespace vorlinden::host

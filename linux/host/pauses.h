@@ -3,6 +3,12 @@
 
 #include <chrono>
 #include <exception>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "platform/timestamp.h"
+#include "platform/uuid.h"
 
 namespace vorlinden::host {
 
@@ -11,7 +17,30 @@ namespace vorlinden::host {
 // Pure.
 std::chrono::milliseconds pauseAfterFailures(unsigned failures, double chance);
 
+// Whether an HTTP status says that the same request may succeed later.
+bool isPassing(int status);
+
 // Whether a failure means that the server is out of reach or overloaded, so that asking soon again is no use.
 bool serverIsAway(const std::exception_ptr& failure);
+
+// When the changes that wait for a brain are sent again, after the server put them off. Rounds go on
+// meanwhile. A value; belongs to one task.
+class DrainPauses {
+ public:
+    void putOff(const platform::UUID& brain, platform::Timestamp now, double chance);
+    void forget(const platform::UUID& brain) { pauses_.erase(brain); }
+    // The brains that still pause.
+    std::set<platform::UUID> pausing(platform::Timestamp now) const;
+    // When the first pause is over; absent if there is none.
+    std::optional<platform::Timestamp> next() const;
+
+ private:
+    struct Pause {
+        unsigned failures = 0;
+        platform::Timestamp from;
+        platform::Timestamp until;
+    };
+    std::map<platform::UUID, Pause> pauses_;
+};
 
 }  // namespace vorlinden::host

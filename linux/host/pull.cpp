@@ -1,61 +1,88 @@
 #include "linux/host/pull.h"
 
+#include <exception>
 #include <set>
 #include <utility>
 
+#include "linux/host/explain.h"
 #include "linux/host/settle.h"
+#include "platform/json.h"
 #include "synckit/apply/brain_grants.h"
 
 namespace vorlinden::host {
 namespace {
 
 // More answers in a row than any feed needs.
-constexpr int maximumAnswers = 100;
+constexpr std::size_t maximumAnswers = 100;
+constexpr int answersPerHold = 8;
+constexpr int refusalsOfABatch = 2;
 
-Task<ChangesResponse> askForChanges(WorkspaceRef workspace, UUID brainId) {
-    const auto body = [workspace, brainId] {
-        return workspace->client->changes(brainId.lowerText(), workspace->store->cursor(brainId),
-                                          workspace->deviceId());
+// SQLite's primary result codes for rows that it won't have.
+constexpr int tooBig = 18;
+constexpr int constraint = 19;
+constexpr int mismatch = 20;
+
+// Whether the answer itself is what the catalogue can't take, so that it would refuse it for ever.
+bool isRefusal(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const SQLiteError& error) {
+        const int code = error.code & 0xff;
+        return code == constraint || code == mismatch || code == tooBig;
+    } catch (const platform::JSONError&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+Task<ChangesResponse> askForChanges(WorkspaceRef workspace, UUID brainId, std::optional<std::string> cursor) {
+    const auto body = [workspace, brainId, cursor] {
+        return workspace->client->changes(brainId.lowerText(), cursor, workspace->deviceId());
     };
     co_return co_await workspace->tokens->withAuthRetry<ChangesResponse>(body);
 }
 
-struct Step {
-    Applied applied;
-    bool changed = false;
-};
-
-// One request and what comes of it, with the lock held.
-Task<Step> pullStep(WorkspaceRef workspace, BrainRecord brain) {
-    workspace->recovery->noteOrigins(*workspace->store);
-    const auto anchor = workspace->store->currentAnchor();
-    const auto response = co_await askForChanges(workspace, brain.brainId);
-    const auto applied = applyChanges(*workspace, brain, response);
-    co_return Step{applied, workspace->store->currentAnchor() != anchor};
-}
-
-void add(BrainPull& done, const Step& step) {
-    if (step.applied.reset) {
-        done.snapshot = step.applied.items;
-    } else {
-        done.entries += step.applied.items;
+// One request and what comes of it.
+Task<Applied> step(WorkspaceRef workspace, BrainRecord brain, std::optional<std::string> cursor) {
+    const auto response = co_await askForChanges(workspace, brain.brainId, cursor);
+    std::vector<OwnEcho> echoes;
+    if (const auto* feed = std::get_if<ChangesResponse::Incremental>(&response.value)) {
+        echoes = co_await ownEchoes(workspace, brain.brainId, *feed);
     }
-    done.copies += step.applied.copies;
-    done.changed = done.changed || step.changed;
+    co_return applyChanges(*workspace, brain, response, echoes);
 }
 
-Task<BrainReport> pullReported(WorkspaceRef workspace, BrainRecord brain) {
-    BrainReport report{.brain = brain, .pull = {}, .failure = nullptr};
+Task<std::exception_ptr> refusalOf(WorkspaceRef workspace, BrainRecord brain, Applied& applied) {
     try {
-        co_await pullBrain(workspace, brain, report.pull);
-    } catch (const CancelledError&) {
-        throw;
-    } catch (const TokenManagerError&) {
-        throw;
+        applied = co_await step(workspace, brain, workspace->store->cursor(brain.brainId));
     } catch (...) {
-        report.failure = std::current_exception();
+        const auto failure = std::current_exception();
+        if (!isRefusal(failure)) throw;
+        co_return failure;
     }
-    co_return report;
+    co_return nullptr;
+}
+
+Task<Applied> stepPastRefusals(WorkspaceRef workspace, BrainRecord brain, BrainPull& done) {
+    std::exception_ptr refusal;
+    for (int refusals = 0; refusals < refusalsOfABatch; ++refusals) {
+        Applied applied;
+        refusal = co_await refusalOf(workspace, brain, applied);
+        if (!refusal) co_return applied;
+    }
+    const auto applied = co_await step(workspace, brain, std::nullopt);
+    done.refusal = explain(refusal).sentence;
+    co_return applied;
+}
+
+void add(BrainPull& done, const Applied& applied) {
+    if (applied.reset) {
+        done.snapshot = applied.items;
+    } else {
+        done.entries += applied.items;
+    }
+    done.copies += applied.copies;
 }
 
 // What exists only here goes with its brain; its bytes are kept.
@@ -81,26 +108,14 @@ Task<std::vector<BrainRecord>> pullGrants(WorkspaceRef workspace) {
     co_return workspace->store->brains();
 }
 
-Task<> pullBrain(WorkspaceRef workspace, BrainRecord brain, BrainPull& done) {
-    for (int answers = 0; answers < maximumAnswers; ++answers) {
-        const auto hold = [workspace, brain] { return pullStep(workspace, brain); };
-        const auto step = co_await workspace->locked(hold);
-        add(done, step);
-        if (step.changed) workspace->signalWorkingSet();
-        if (!step.applied.reset && step.applied.items == 0) co_return;
+Task<bool> pullInHold(WorkspaceRef workspace, BrainRecord brain, BrainPull& done) {
+    for (int answers = 0; answers < answersPerHold; ++answers) {
+        if (++done.answers > maximumAnswers) throw ChangesWithoutEnd(brain.slug);
+        const auto applied = co_await stepPastRefusals(workspace, brain, done);
+        add(done, applied);
+        if (!applied.reset && applied.items == 0) co_return true;
     }
-    throw ChangesWithoutEnd(brain.slug);
-}
-
-Task<std::vector<BrainReport>> pullRound(WorkspaceRef workspace, PullObserver& observer) {
-    workspace->requireSession();
-    std::vector<BrainReport> reports;
-    for (const auto& brain : co_await pullGrants(workspace)) {
-        observer.willPull(brain);
-        reports.push_back(co_await pullReported(workspace, brain));
-        observer.didPull(reports.back());
-    }
-    co_return reports;
+    co_return false;
 }
 
 }  // namespace vorlinden::host

@@ -79,6 +79,13 @@ std::size_t Recovery::count(platform::FileSystem& files, const std::filesystem::
         names.begin(), names.end(), [](const auto& name) { return stampOf(name).has_value(); }));
 }
 
+bool Recovery::hasWork() const {
+    const auto holdsFiles = [this](const std::filesystem::path& folder) {
+        return files_->exists(folder) && !files_->list(folder).empty();
+    };
+    return holdsFiles(spool_.directory()) || holdsFiles(folder_);
+}
+
 void Recovery::noteOrigins(MetadataStore& store) {
     if (!files_->exists(spool_.directory())) return;
     const auto names = files_->list(spool_.directory());

@@ -21,7 +21,7 @@ namespace vorlinden::host {
 
 // Lives as long as the host's work, since it remembers where spool entries came from after their rows have
 // gone. Not thread-safe: every operation is called while the process holds the execution lock, but for
-// count(). They throw FileError and what the store throws; nothing is lost by that.
+// hasWork() and count(). They throw FileError and what the store throws; nothing is lost by that.
 class Recovery {
  public:
     static constexpr std::chrono::days keptFor{30};
@@ -37,6 +37,9 @@ class Recovery {
     // Sweeps the spool, after the bytes that are nowhere else have been kept, and drops what was kept for
     // long enough.
     void prune(MetadataStore& store);
+
+    // Whether prune() could have anything to do. Needs no lock.
+    bool hasWork() const;
 
     // The files in the folder.
     static std::size_t count(platform::FileSystem& files, const std::filesystem::path& folder);

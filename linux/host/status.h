@@ -10,18 +10,34 @@
 #include "linux/host/base_url.h"
 #include "linux/host/host_state.h"
 #include "platform/system.h"
+#include "synckit/apply/brain_sync_status.h"
 #include "synckit/catalogue/records.h"
 
 namespace vorlinden::host {
 
 struct BrainStatus {
     BrainRecord brain;
+    BrainSyncStatus sync;
     std::size_t files = 0;
     std::size_t folders = 0;
-    std::int64_t uploadErrors = 0;
     std::size_t waiting = 0;  // journal rows
-    PullRecord pull;
 };
+
+// A journal row.
+struct WaitingChange {
+    std::string what;  // "new content of notes/a.md"
+    platform::Timestamp since;
+    std::string why;
+};
+
+// A file or folder whose last change was refused.
+struct ItemTrouble {
+    std::string place;  // "notes/a.md"
+    std::string message;
+};
+
+// What a script acts on.
+enum class Standing { inStep, somethingWaits, needsPerson };
 
 // What the daemon tells of itself. The host doesn't know the daemon: whoever wants both fills this in.
 struct MountStatus {
@@ -46,12 +62,18 @@ struct Status {
     std::optional<std::string> deviceId;
     std::optional<std::string> deviceName;
     std::vector<BrainStatus> brains;
-    std::size_t waiting = 0;    // journal rows, those of brains that are gone among them
+    std::vector<WaitingChange> waiting;          // those of brains that are gone among them
+    std::optional<platform::Timestamp> nextTry;  // when they are tried again, if not with the next round
+    std::vector<ItemTrouble> troubles;
     std::size_t recovered = 0;  // files in recoveredFolder
     std::string recoveredFolder;
     bool syncRuns = false;
     std::optional<std::string> roundFailure;  // why the last round could not be held
     std::optional<MountStatus> mount;         // absent: nothing is mounted
+
+    // Of all brains together.
+    BrainSyncStatus::State overall() const;
+    Standing standing() const;
 };
 
 // A catalogue that isn't there is none of the failures: nothing was ever pulled. Throws CatalogueUnusable.

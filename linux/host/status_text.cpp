@@ -1,7 +1,9 @@
 // The two forms of a Status: lines for a person, JSON for a script.
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <sstream>
+#include <variant>
 
 #include "linux/host/status.h"
 #include "platform/json.h"
@@ -21,6 +23,23 @@ std::optional<std::string> timeText(const std::optional<platform::Timestamp>& ti
     return platform::formatTimestamp(*time);
 }
 
+struct StateName {
+    const char* operator()(const BrainSyncStatus::Error&) const { return "error"; }
+    const char* operator()(const BrainSyncStatus::Idle&) const { return "idle"; }
+    const char* operator()(const BrainSyncStatus::Syncing&) const { return "syncing"; }
+};
+
+std::optional<std::string> errorOf(const BrainSyncStatus::State& state) {
+    const auto* error = std::get_if<BrainSyncStatus::Error>(&state);
+    return error ? std::optional(error->message) : std::nullopt;
+}
+
+JSONText stateJSON(const BrainSyncStatus::State& state) {
+    JSONObjectBuilder object;
+    object.add("state", std::visit(StateName(), state)).add("message", errorOf(state));
+    return object.text();
+}
+
 JSONText brainJSON(const BrainStatus& status) {
     JSONObjectBuilder object;
     object.add("id", status.brain.brainId.lowerText())
@@ -28,11 +47,45 @@ JSONText brainJSON(const BrainStatus& status) {
         .add("name", status.brain.name)
         .add("files", static_cast<std::int64_t>(status.files))
         .add("folders", static_cast<std::int64_t>(status.folders))
-        .add("pulledAt", timeText(status.pull.pulledAt))
-        .add("failure", status.pull.failure)
-        .add("uploadErrors", status.uploadErrors)
+        .add("sync", stateJSON(status.sync.state))
+        .add("pulledAt", timeText(status.sync.lastSyncAt))
+        .add("uploadErrors", status.sync.pendingErrorCount)
         .add("waiting", static_cast<std::int64_t>(status.waiting));
     return object.text();
+}
+
+JSONText waitingJSON(const Status& status) {
+    std::vector<JSONText> changes;
+    for (const auto& change : status.waiting) {
+        JSONObjectBuilder object;
+        object.add("what", change.what)
+            .add("since", platform::formatTimestamp(change.since))
+            .add("why", change.why);
+        changes.push_back(object.text());
+    }
+    return platform::toJSON(changes);
+}
+
+JSONText troublesJSON(const Status& status) {
+    std::vector<JSONText> troubles;
+    for (const auto& trouble : status.troubles) {
+        JSONObjectBuilder object;
+        object.add("path", trouble.place).add("message", trouble.message);
+        troubles.push_back(object.text());
+    }
+    return platform::toJSON(troubles);
+}
+
+const char* standingName(Standing standing) {
+    switch (standing) {
+        case Standing::inStep:
+            return "in step";
+        case Standing::somethingWaits:
+            return "something waits";
+        case Standing::needsPerson:
+            return "needs you";
+    }
+    return "";
 }
 
 JSONText serverJSON(const BaseURLSetting& server) {
@@ -93,15 +146,46 @@ std::string mountText(const std::optional<MountStatus>& mount, platform::Timesta
 }
 
 std::string brainText(const BrainStatus& status, platform::Timestamp now) {
+    const auto& at = status.sync.lastSyncAt;
     std::ostringstream out;
     out << "  " << status.brain.slug << ": " << counted(status.files, "file") << " in "
         << counted(status.folders, "folder") << ", "
-        << (status.pull.pulledAt ? "current as of " + ageText(*status.pull.pulledAt, now) : "not pulled yet");
+        << (at ? "current as of " + ageText(*at, now) : "not pulled yet");
+    if (std::holds_alternative<BrainSyncStatus::Syncing>(status.sync.state)) out << ", syncing now";
     if (status.waiting > 0) out << ", " << counted(status.waiting, "change") << " waiting";
-    if (status.uploadErrors > 0) out << ", " << counted(status.uploadErrors, "upload error");
     out << "\n";
-    if (status.pull.failure) out << "    last try failed: " << *status.pull.failure << "\n";
+    if (const auto error = errorOf(status.sync.state)) out << "    " << *error << "\n";
     return out.str();
+}
+
+std::string nextTryText(const Status& status, platform::Timestamp now) {
+    if (!status.syncRuns || !status.nextTry || *status.nextTry <= now) return "";
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(*status.nextTry - now).count();
+    return "; next try in " + counted(static_cast<std::size_t>(seconds), "second");
+}
+
+// The first ones of a list that may be long, each as a line or two.
+template <class Item, class Line>
+void list(std::ostream& out, const std::vector<Item>& items, const Line& line) {
+    constexpr std::size_t shown = 20;
+    for (std::size_t i = 0; i < std::min(items.size(), shown); ++i)
+        out << "  " << line(items[i]) << "\n";
+    if (items.size() > shown) out << "  and " << items.size() - shown << " more; see --json\n";
+}
+
+void changesText(std::ostream& out, const Status& status, platform::Timestamp now) {
+    if (!status.waiting.empty()) {
+        out << "waiting: " << counted(status.waiting.size(), "change") << nextTryText(status, now) << "\n";
+        list(out, status.waiting, [&](const WaitingChange& change) {
+            return change.what + " (" + ageText(change.since, now) + "): " + change.why;
+        });
+    }
+    if (!status.troubles.empty()) {
+        out << "needs you: " << counted(status.troubles.size(), "item")
+            << " that the server doesn't have as shown here; `vorlinden retry PATH` tries a file again\n";
+        list(out, status.troubles,
+             [](const ItemTrouble& trouble) { return trouble.place + ": " + trouble.message; });
+    }
 }
 
 std::string sessionText(const Status& status) {
@@ -139,7 +223,11 @@ std::string statusJSON(const Status& status) {
         .add("server", serverJSON(status.server))
         .add("device", deviceJSON(status))
         .add("brains", brains)
-        .add("waiting", static_cast<std::int64_t>(status.waiting))
+        .add("standing", standingName(status.standing()))
+        .add("overall", stateJSON(status.overall()))
+        .add("waiting", waitingJSON(status))
+        .add("nextTry", timeText(status.nextTry))
+        .add("troubles", troublesJSON(status))
         .add("recovered", recoveredJSON(status))
         .add("sync", syncJSON(status));
     if (status.mount) object.add("mount", mountJSON(*status.mount));
@@ -148,7 +236,8 @@ std::string statusJSON(const Status& status) {
 
 std::string statusText(const Status& status, platform::Timestamp now) {
     std::ostringstream out;
-    out << "signed in: " << sessionText(status) << "\n"
+    out << "state: " << standingName(status.standing()) << "\n"
+        << "signed in: " << sessionText(status) << "\n"
         << "server: " << status.server.inUse << (status.server.isDefault ? " (the default)" : "") << "\n";
     if (status.server.isDefault && status.server.override) {
         out << "  the setting \"" << *status.server.override
@@ -160,7 +249,7 @@ std::string statusText(const Status& status, platform::Timestamp now) {
     out << "brains: " << (status.brains.empty() ? "none" : std::to_string(status.brains.size())) << "\n";
     for (const auto& brain : status.brains)
         out << brainText(brain, now);
-    if (status.waiting > 0) out << counted(status.waiting, "change") << " waiting to go to the server\n";
+    changesText(out, status, now);
     if (status.recovered > 0) {
         out << counted(status.recovered, "file") << " with bytes that are nowhere else, kept for 30 days in "
             << status.recoveredFolder << "\n";

@@ -2,14 +2,14 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <span>
 
-#include "linux/host/alarm.h"
-#include "linux/host/event_history.h"
 #include "linux/host/explain.h"
 #include "linux/host/host_state.h"
+#include "linux/host/mark.h"
 #include "linux/host/pauses.h"
 #include "synckit/container/sync_signal.h"
 
@@ -23,62 +23,19 @@ using namespace std::chrono_literals;
 constexpr milliseconds quietAfterRound = 1s;
 constexpr milliseconds quietWhileAway = 30s;
 
-void remember(const Workspace& workspace, const std::vector<BrainReport>& reports) {
-    HostState state(workspace.system, workspace.folders.state);
-    std::map<UUID, PullRecord> pulls;
-    for (const auto& report : reports) {
-        const auto before = state.pulls().find(report.brain.brainId);
-        auto& record = pulls[report.brain.brainId];
-        if (!report.failure) {
-            record.pulledAt = workspace.system.clock->now();
-            continue;
-        }
-        if (before != state.pulls().end()) record.pulledAt = before->second.pulledAt;
-        record.failure = explain(report.failure).sentence;
-    }
-    state.setRound(std::move(pulls));
-}
-
-void rememberFailure(const Workspace& workspace, const std::exception_ptr& failure) {
-    HostState(workspace.system, workspace.folders.state).setRoundFailure(explain(failure).sentence);
-}
-
-// What follows a round, however it went: the person hears of settled conflicts, the spool is swept.
-Task<> tidyUp(WorkspaceRef workspace, PullObserver& observer) {
-    const auto hold = [workspace]() -> Task<std::vector<ToldEvent>> {
-        auto events = EventHistory(workspace->system, workspace->folders.state).collect(*workspace->store);
-        workspace->recovery->prune(*workspace->store);
-        co_return events;
-    };
-    for (const auto& event : co_await workspace->locked(hold))
-        observer.didHear(event);
-}
-
-// Null, or why there was no round.
-Task<std::exception_ptr> attempt(WorkspaceRef workspace, PullObserver& observer,
-                                 std::vector<BrainReport>& reports) {
-    try {
-        reports = co_await pullRound(workspace, observer);
-        remember(*workspace, reports);
-    } catch (const CancelledError&) {
-        throw;
-    } catch (...) {
-        co_return std::current_exception();
-    }
-    co_return nullptr;
-}
-
-// What one turn of the loop came to: reports, or the failure that kept it from being held or complete.
+// What one turn of the loop came to.
 struct Turn {
     std::vector<BrainReport> reports;
-    std::exception_ptr failure;
+    std::exception_ptr failure;  // what kept it from being held, or complete for want of the server
     bool needsPerson = false;
+
+    bool away() const { return failure && !needsPerson; }
 };
 
-Task<Turn> turn(WorkspaceRef workspace, SyncObserver& observer) {
+Task<Turn> turn(WorkspaceRef workspace, SyncObserver& observer, RoundPlan plan) {
     Turn result;
     try {
-        result.reports = co_await syncOnce(workspace, observer);
+        result.reports = co_await syncRound(workspace, observer, plan);
     } catch (const CancelledError&) {
         throw;
     } catch (...) {
@@ -99,13 +56,6 @@ double chance(platform::Random& random) {
     return byte / 256.0;
 }
 
-// Waits for `pause` or a wake-up, deaf to wake-ups for the first `quiet` of it.
-Task<> rest(WorkspaceRef workspace, std::shared_ptr<Alarm> alarm, milliseconds pause, milliseconds quiet) {
-    const auto deaf = std::min(pause, quiet);
-    co_await workspace->system.timers->sleep(deaf);
-    co_await alarm->wait(workspace->system, pause - deaf);
-}
-
 std::unique_ptr<platform::NotificationCenter::Registration> listenForWakeUps(
     const Workspace& workspace, const std::shared_ptr<Alarm>& alarm) {
     try {
@@ -115,57 +65,83 @@ std::unique_ptr<platform::NotificationCenter::Registration> listenForWakeUps(
     }
 }
 
-std::filesystem::path runningLockFile(const platform::Folders& folders) {
-    return folders.state / "sync-running.lock";
+void tell(SyncObserver& observer, const Turn& turn, milliseconds pause, bool& toldSignedOut) {
+    if (turn.failure && !turn.needsPerson) observer.willRetry(turn.failure, pause);
+    if (!turn.failure) observer.willRest(turn.reports);
+    if (turn.needsPerson && !toldSignedOut) observer.isSignedOut(turn.failure);
+    toldSignedOut = turn.needsPerson;
 }
+
+// Waits for `pause` or a wake-up, deaf to wake-ups for the first `quiet` of it.
+Task<> rest(WorkspaceRef workspace, std::shared_ptr<Alarm> alarm, milliseconds pause, milliseconds quiet) {
+    const auto deaf = std::min(pause, quiet);
+    co_await alarm->sleep(workspace->system, deaf);
+    co_await alarm->wait(workspace->system, pause - deaf);
+}
+
+// How long to pause after each turn.
+class Rhythm {
+ public:
+    Rhythm(WorkspaceRef workspace, milliseconds interval) : workspace_(workspace), interval_(interval) {}
+
+    std::set<UUID> pausing() const { return drains_.pausing(now()); }
+
+    milliseconds pauseAfter(const Turn& turn) {
+        for (const auto& report : turn.reports) {
+            if (report.drain.later) {
+                drains_.putOff(report.brain.brainId, now(), byChance());
+            } else if (report.drain.tried) {
+                drains_.forget(report.brain.brainId);
+            }
+        }
+        failures_ = turn.away() ? failures_ + 1 : 0;
+        const auto pause = turn.away() ? pauseAfterFailures(failures_, byChance()) : untilNextRound(turn);
+        const auto result = std::max(pause, quietAfterRound);
+        remember(turn, result);
+        return result;
+    }
+
+ private:
+    Timestamp now() const { return workspace_->system.clock->now(); }
+    double byChance() const { return chance(*workspace_->system.random); }
+
+    milliseconds untilNextRound(const Turn& turn) const {
+        const auto next = turn.needsPerson ? std::nullopt : drains_.next();
+        return next ? std::min(interval_, *next - now()) : interval_;
+    }
+
+    // For `status`: when the server is asked again, where somebody may wait for that.
+    void remember(const Turn& turn, milliseconds pause) const {
+        HostState state(workspace_->system, workspace_->folders.state);
+        if (turn.away()) {
+            state.setNextTry(now() + pause);
+        } else {
+            state.setNextTry(turn.needsPerson ? std::nullopt : drains_.next());
+        }
+    }
+
+    const WorkspaceRef workspace_;
+    const milliseconds interval_;
+    unsigned failures_ = 0;
+    DrainPauses drains_;
+};
 
 }  // namespace
 
-Task<std::vector<BrainReport>> syncOnce(WorkspaceRef workspace, PullObserver& observer) {
-    std::vector<BrainReport> reports;
-    auto failure = co_await attempt(workspace, observer, reports);
-    try {
-        co_await tidyUp(workspace, observer);
-    } catch (const CancelledError&) {
-        throw;
-    } catch (...) {
-        if (!failure) failure = std::current_exception();
-    }
-    if (!failure) co_return reports;
-    rememberFailure(*workspace, failure);
-    std::rethrow_exception(failure);
-}
-
-Task<> syncForever(WorkspaceRef workspace, milliseconds interval, SyncObserver& observer) {
-    const auto alarm = std::make_shared<Alarm>();
+Task<> syncForever(WorkspaceRef workspace, milliseconds interval, SyncObserver& observer,
+                   std::shared_ptr<Alarm> alarm) {
     const auto wakeUps = listenForWakeUps(*workspace, alarm);
-    workspace->system.files->createDirectories(workspace->folders.state);
-    const auto running = workspace->system.files->openLockFile(runningLockFile(workspace->folders));
-    bool marked = false;
-    unsigned failures = 0;
+    std::unique_ptr<platform::LockFile> mark;
+    Rhythm rhythm(workspace, interval);
     bool toldSignedOut = false;
-    while (true) {
-        marked = marked || running->tryLock() == 0;
-        const auto result = co_await turn(workspace, observer);
-        const bool retry = result.failure && !result.needsPerson;
-        failures = retry ? failures + 1 : 0;
-        const auto pause =
-            retry ? std::max(pauseAfterFailures(failures, chance(*workspace->system.random)), quietAfterRound)
-                  : interval;
-        if (retry) observer.willRetry(result.failure, pause);
-        if (!result.failure) observer.willRest(result.reports);
-        if (result.needsPerson && !toldSignedOut) observer.isSignedOut(result.failure);
-        toldSignedOut = result.needsPerson;
-        co_await rest(workspace, alarm, pause, retry ? quietWhileAway : quietAfterRound);
+    while (!alarm->hasEnded()) {
+        if (!mark) mark = Mark::syncRuns(workspace->folders).hold(workspace->system);
+        const RoundPlan plan{alarm, rhythm.pausing()};
+        const auto result = co_await turn(workspace, observer, plan);
+        const auto pause = rhythm.pauseAfter(result);
+        tell(observer, result, pause, toldSignedOut);
+        co_await rest(workspace, alarm, pause, result.away() ? quietWhileAway : quietAfterRound);
     }
-}
-
-bool isSyncRunning(const platform::System& system, const platform::Folders& folders) {
-    if (!system.files->exists(runningLockFile(folders))) return false;
-    const auto lock = system.files->openLockFile(runningLockFile(folders));
-    if (lock->tryLock() != 0) return true;
-    lock->unlock();
-    return false;
 }
 
 }  // namespace vorlinden::host

@@ -24,7 +24,7 @@ std::shared_ptr<const Workspace> Workspace::open(const platform::System& system,
                                                  const platform::Folders& folders) {
     const URL baseURL = AppGroup::baseURL(system);
     auto store = openStore(AppGroup::syncDatabaseURL(system));
-    std::shared_ptr<HTTPTransport> transport = URLSessionTransport::ephemeral(system);
+    auto transport = std::make_shared<WatchedTransport>(URLSessionTransport::ephemeral(system));
     auto tokenStore = std::make_shared<KeychainTokenStore>(system.secrets, KeychainTokenStore::defaultService,
                                                            AppGroup::keychainAccessGroup);
     auto tokens = std::make_shared<TokenManager>(system.executor, baseURL, transport, tokenStore, store);

@@ -10,6 +10,7 @@
 
 #include "linux/host/failures.h"
 #include "linux/host/recovery.h"
+#include "linux/host/watched_transport.h"
 #include "platform/fileprovider/protocol.h"
 #include "platform/system.h"
 #include "synckit/auth/token_manager.h"
@@ -29,7 +30,7 @@ struct Workspace {
     const URL baseURL;
     const std::filesystem::path lockFile;
     const std::shared_ptr<MetadataStore> store;
-    const std::shared_ptr<HTTPTransport> transport;
+    const std::shared_ptr<WatchedTransport> transport;
     const std::shared_ptr<TokenPersisting> tokenStore;
     const std::shared_ptr<TokenManager> tokens;
     const std::shared_ptr<SyncAPIClient> client;

@@ -80,7 +80,7 @@ ctl() {
 }
 start_sync() { start sync "$vorlinden" sync --interval 1; }
 start_mount() {
-    start mount "$vorlinden" mount "$tree" "$@"
+    start mount "$vorlinden" mount "$tree" --no-sync "$@"
     eventually mounted
 }
 mounted() { mountpoint -q "$tree"; }

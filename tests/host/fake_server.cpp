@@ -134,8 +134,29 @@ FakeServer::Answer FakeServer::registerDevice() {
     return json(JSONObjectBuilder().add("device", device(devices.back())));
 }
 
+// One file of a brain: its content, a put, or a deletion.
+FakeServer::Answer FakeServer::file(const platform::URLRequest& request) {
+    if (request.method == "GET") {
+        const auto query = request.url.encodedQuery().value_or("");
+        const auto path = platform::percentDecoded(query.substr(5, query.find('&') - 5)).value_or("");
+        const auto content = contents.find(path);
+        if (content == contents.end()) return failure(404, "NOT_FOUND");
+        return json(JSONObjectBuilder().add("path", path).add("at", "head").add("content", content->second));
+    }
+    onWrite();
+    const platform::JSONDocument body(request.body->view());
+    const auto path = body.root().requiredString("path");
+    if (const auto other = insteadOfPut.find(path); other != insteadOfPut.end()) return other->second;
+    if (request.method == "DELETE")
+        return json(JSONObjectBuilder().add("deleted", true).add("cursor", "put"));
+    contents[path] = body.root().requiredString("body");
+    const auto node = JSONObjectBuilder().add("nodeId", "id-" + path).add("path", path).text();
+    return json(JSONObjectBuilder().add("node", node).add("cursor", "put"));
+}
+
 FakeServer::Answer FakeServer::changes(const platform::URLRequest& request, const std::string& path) {
     for (const auto& [id, brain] : brains) {
+        if (path == "/api/sync/brains/" + id.lowerText() + "/file") return file(request);
         if (path != "/api/sync/brains/" + id.lowerText() + "/changes") continue;
         const auto query = request.url.encodedQuery().value_or("");
         const auto cursor =

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "linux/host/workspace.h"
+#include "synckit/conflicts/conflict_spool.h"
 #include "synckit/container/app_group.h"
 #include "tests/host/fake_server.h"
 #include "tests/support/catalogue.h"
@@ -32,6 +33,27 @@ class HostTest : public testing::Test {
         workspace->store->setMeta("device-1", MetaKey::deviceId);
         workspace->store->setMeta("Test Machine", MetaKey::deviceName);
         return workspace;
+    }
+
+    // The outcome of a task that pauses now and then.
+    template <class Body>
+    auto through(Body body) {
+        auto task = machine.loop.start(std::move(body));
+        for (int i = 0; i < 1000 && !task.done(); ++i)
+            machine.advance(std::chrono::milliseconds(100));
+        return task.result();
+    }
+
+    // A row with its bytes, as an offline write leaves them.
+    std::int64_t journal(const host::WorkspaceRef& workspace, PendingChange row, const std::string& bytes) {
+        row.baseCursor = workspace->store->cursor(row.brainId);
+        const auto id = workspace->store->enqueue(row);
+        ConflictSpool::inAppGroup(machine.system()).writeNewEdit(Data::copyOf(bytes), id);
+        return id;
+    }
+    std::int64_t journal(const host::WorkspaceRef& workspace, const UUID& brain, PendingChangeKind kind,
+                         const std::string& path, const std::string& bytes) {
+        return journal(workspace, pendingChange(brain, kind, path), bytes);
     }
 
     // A brain whose first answer is a snapshot of these files, and that has nothing more.

@@ -15,10 +15,7 @@ class KeepingTest : public tests::HostTest {
  protected:
     KeepingTest() { workspace->store->upsertBrain(tests::brainRecord(brain, "notes")); }
     std::int64_t journal(const std::string& path, const std::string& bytes) {
-        const auto row =
-            workspace->store->enqueue(tests::pendingChange(brain, PendingChangeKind::create, path));
-        spool.writeNewEdit(Data::copyOf(bytes), row);
-        return row;
+        return HostTest::journal(workspace, brain, PendingChangeKind::create, path, bytes);
     }
     void addLocalOnly(const std::string& path, const std::string& bytes) {
         auto node = tests::fileNode(brain, path, "local:" + std::to_string(path.size()));

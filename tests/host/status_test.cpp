@@ -2,7 +2,8 @@
 
 #include "linux/host/desktop.h"
 #include "linux/host/explain.h"
-#include "linux/host/sync_loop.h"
+#include "linux/host/mark.h"
+#include "linux/host/round.h"
 #include "platform/json.h"
 #include "tests/host/host_fixture.h"
 
@@ -10,10 +11,16 @@ namespace vorlinden::host {
 namespace {
 
 using namespace std::chrono_literals;
+using tests::FakeServer;
 
 class StatusTest : public tests::HostTest {
  protected:
     Status gather() { return gatherStatus(machine.system(), folders); }
+    std::string text() { return statusText(gather(), machine.clock->now()); }
+    void sync(const WorkspaceRef& workspace) {
+        RoundObserver observer;
+        through([&] { return syncRound(workspace, observer); });
+    }
 };
 
 TEST_F(StatusTest, BeforeAnythingThereIsNothingAndNothingIsMade) {
@@ -26,29 +33,77 @@ TEST_F(StatusTest, BeforeAnythingThereIsNothingAndNothingIsMade) {
 TEST_F(StatusTest, CountsWhatIsThereAndTellsItsAge) {
     const auto id = addBrain(1, "notes", {"a.md", "b/c.md", "b/d.md"});
     const auto workspace = openSignedIn();
-    PullObserver observer;
-    machine.loop.run([&] { return syncOnce(workspace, observer); });
-    workspace->store->enqueue(tests::pendingChange(id, PendingChangeKind::create, "new"));
-    workspace->store->enqueue(
-        tests::pendingChange(tests::numberedUUID(9), PendingChangeKind::create, "of-a-gone-brain"));
+    sync(workspace);
     machine.advance(2h + 5min);
-
     const auto status = gather();
     ASSERT_EQ(status.brains.size(), 1U);
-    EXPECT_EQ(status.brains[0].files, 3U);
-    EXPECT_EQ(status.brains[0].folders, 1U);
-    EXPECT_EQ(status.brains[0].waiting, 1U);
-    EXPECT_EQ(status.waiting, 2U);
-    const auto text = statusText(status, machine.clock->now());
-    EXPECT_NE(text.find("notes: 3 files in 1 folder, current as of 2 hours ago, 1 change waiting"),
-              std::string::npos)
-        << text;
+    EXPECT_EQ(status.standing(), Standing::inStep);
+    const auto shown = text();
+    EXPECT_NE(shown.find("notes: 3 files in 1 folder, current as of 2 hours ago\n"), std::string::npos)
+        << shown;
 
     const auto json = statusJSON(status);
     const platform::JSONDocument document(json);
     EXPECT_TRUE(document.root().requiredBool("signedIn"));
-    EXPECT_EQ(document.root().required("brains").list().at(0).requiredInteger("files"), 3);
+    const auto brain = document.root().required("brains").list().at(0);
+    EXPECT_EQ(brain.requiredInteger("files"), 3);
+    EXPECT_EQ(brain.required("sync").requiredString("state"), "idle");
     EXPECT_EQ(document.root().required("server").requiredString("url"), "https://sync.test");
+    const auto mark = Mark::syncs(folders, id).hold(machine.system());
+    EXPECT_NE(text().find("syncing now"), std::string::npos);
+}
+
+TEST_F(StatusTest, SaysWhatWaitsAndWhatStandsInTheWay) {
+    const auto notes = addBrain(1, "notes", {"a.md"});
+    const auto gone = addBrain(2, "gone", {});
+    const auto workspace = openSignedIn();
+    sync(workspace);
+    using Kind = PendingChangeKind;
+    auto move = tests::pendingChange(notes, Kind::move, "c.md");
+    move.fromPath = "a.md";
+    workspace->store->enqueue(move);
+    workspace->store->enqueue(tests::pendingChange(notes, Kind::update, "lost.md"));
+    journal(workspace, gone, Kind::create, "b.md", "bytes");
+    const auto why = [this](std::size_t row) {
+        const auto change = gather().waiting.at(row);
+        return change.what + ": " + change.why;
+    };
+    EXPECT_EQ(gather().standing(), Standing::somethingWaits);
+    EXPECT_EQ(why(0),
+              "the move of notes/a.md to notes/c.md: Nothing sends it while `vorlinden sync` isn't running.");
+    EXPECT_EQ(why(1), "new content of notes/lost.md: Its bytes are not on this machine any more.");
+
+    server.brains.erase(gone);
+    server.instead.emplace("/api/sync/brains/" + notes.lowerText() + "/move",
+                           FakeServer::failure(503, "BUSY"));
+    sync(workspace);
+    EXPECT_EQ(why(0), "the move of notes/a.md to notes/c.md: The server can't answer just now (503).");
+    EXPECT_EQ(why(2),
+              "the new file gone/b.md: You no longer have this brain; the change is kept on this machine.");
+
+    server.brains[notes].changes = [](const std::string&) { return FakeServer::failure(403, "FORBIDDEN"); };
+    sync(workspace);
+    EXPECT_NE(why(0).find("because of FORBIDDEN"), std::string::npos) << why(0);
+    EXPECT_NE(text().find("waiting: 3 changes"), std::string::npos) << text();
+}
+
+TEST_F(StatusTest, WhatTheServerRefusedNeedsThePerson) {
+    const auto notes = addBrain(1, "notes", {});
+    const auto workspace = openSignedIn();
+    sync(workspace);
+    const auto addTrouble = [&](const std::string& path, const std::string& message) {
+        auto node = tests::fileNode(notes, path);
+        node.uploadError = message;
+        workspace->store->upsert(node);
+    };
+    addTrouble("large.bin", "Not uploaded: too large");
+    addTrouble("ro/a.md", "No write access");
+    EXPECT_EQ(gather().standing(), Standing::needsPerson);
+    const auto shown = text();
+    EXPECT_NE(shown.find("notes/large.bin: Not uploaded: too large\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("notes/ro/a.md: You have no write access to this folder"), std::string::npos)
+        << shown;
+    EXPECT_NE(shown.find("2 upload errors"), std::string::npos) << shown;
 }
 
 TEST_F(StatusTest, TellsWhatTheDaemonCouldNotFetch) {
@@ -84,20 +139,18 @@ TEST_F(StatusTest, AnUnreadableCatalogueIsLeftAloneAndExplained) {
 TEST_F(StatusTest, AnIdleMachineIsNotWrittenToMoreThanOnceAMinute) {
     addBrain(1, "notes", {"a.md"});
     const auto workspace = openSignedIn();
-    PullObserver observer;
-    const auto sync = [&] { machine.loop.run([&] { return syncOnce(workspace, observer); }); };
-    sync();
+    sync(workspace);
     int writes = 0;
     machine.files->before = [&](tests::FileOperation operation, const std::filesystem::path&) {
         writes += operation == tests::FileOperation::write ? 1 : 0;
     };
     machine.advance(30s);
-    sync();
+    sync(workspace);
     EXPECT_EQ(writes, 0);
     machine.advance(30s);
-    sync();
+    sync(workspace);
     EXPECT_EQ(writes, 1);
-    EXPECT_EQ(gather().brains.at(0).pull.pulledAt, machine.clock->now());
+    EXPECT_EQ(gather().brains.at(0).sync.lastSyncAt, machine.clock->now());
 }
 
 TEST_F(StatusTest, AnUnreadableMemoryOfTheHostCountsAsNone) {
