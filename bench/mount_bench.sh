@@ -94,7 +94,7 @@ start_our_server() {
     "$vorlinden" sync --once 2>/dev/null
 }
 mount_ours() {
-    background "$vorlinden" mount "$ours"
+    background "$vorlinden" mount "$ours" --no-sync
     our_mount=$last
     until_true mountpoint -q "$ours"
 }
