@@ -79,6 +79,7 @@ TEST_F(BouncesTest, RefusedMoveAnnouncesTheOldPlace) {
     EXPECT_EQ(journal(), Lines{});
     EXPECT_EQ(onlyEvent(), (ConflictEvent{ConflictEvent::Kind::readOnlyBounce, brain, "d", std::nullopt,
                                           "You don't have write access to “d”. It was not moved.", now}));
+    givenFile("d/g", "somebody else's");
     const auto before = catalogue->currentAnchor();
     resolver->bounceMove(brain, "d/f", "d/g", std::nullopt);
     EXPECT_EQ(log(before), (Lines{"+F", "+F"})) << "the error goes with a row of its own";
@@ -119,6 +120,9 @@ TEST_F(BouncesTest, RefusedCopyStaysForGood) {
     givenFile("f", "F");
     const auto copy = resolver->bounceUpsert(brain, "f", std::nullopt, mine).copy;
     ConflictEventLog::drain(*catalogue);
+    auto adopted = at(copy.copyPath);
+    adopted.localOnly = false;
+    given(adopted);
     resolver->copyUploadBounced(brain, copy.nodeId, copy.copyPath, copy.journalId);
     EXPECT_EQ(tree(), (Lines{"f = F v2", "f~ = local:* v1 local-only (No write access)"}));
     EXPECT_EQ(journal(), Lines{});

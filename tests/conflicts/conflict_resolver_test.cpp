@@ -125,7 +125,13 @@ TEST_F(ConflictResolverTest, DeviceNameIsMadeSafe) {
     for (const auto& [given, used] : names) {
         resolver = resolverNamed(given);
         const auto path = "a/" + std::to_string(number++);
-        EXPECT_EQ(copyOf(path, Data()).copyPath, path + " (conflicted copy " + used + " 2026-03-14)");
+        const auto mark = " (conflicted copy " + used + " 2026-03-14)";
+        EXPECT_EQ(copyOf(path, Data()).copyPath, path + mark);
+        const auto local = "l" + path;
+        givenLocalFile(local, "local:L");
+        resolver->applyReset({{"S", local, "L", false, NodeKind::text, {}, {}, now}}, brain, "c0");
+        EXPECT_EQ(catalogue->nodeById(brain, "local:L")->path, local + mark)
+            << "that makes room for the server's";
     }
 }
 

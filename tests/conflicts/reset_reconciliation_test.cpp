@@ -204,11 +204,26 @@ TEST_F(ResetReconciliationTest, AFileOfTheServersKeepsThePlaceOfACopysFolder) {
 TEST_F(ResetReconciliationTest, NamesAvoidWhatComesAndWhatWaits) {
     const std::string name = "f (conflicted copy M 2026-03-14", second = name + " 2)", third = name + " 3)";
     givenFile("f", "F");
-    waitingEdit(Kind::update, "f");
     waitingMove("missing", second);
+    waitingMove(name + " 4)", "elsewhere");
+    waitingEdit(Kind::update, "f");
     const auto result =
         reset({changed("f", "F"), unchanged(name + ")", "X"), unchanged(third + "/deep/in", "Y")});
-    EXPECT_EQ(copyNames(result), Lines{"f~4"});
+    EXPECT_EQ(copyNames(result), Lines{"f~5"});
+
+    // Two forms of one name are one, to a person.
+    const std::string composed = "caf\u00e9", decomposed = "cafe\u0301";
+    givenFile(composed, "C");
+    waitingEdit(Kind::update, composed);
+    givenLocalFile(decomposed, "local:D");
+    givenLocalFile("x" + composed, "local:X");
+    givenLocalFile("x" + decomposed, "local:Y");
+    reset({changed(composed, "C"), unchanged(decomposed, "N"), unchanged("x" + composed, "M"),
+           unchanged("x" + decomposed, "O")});
+    EXPECT_EQ(shortName(resolver->copies().back().copyPath), composed + "~");
+    EXPECT_EQ(shortName(catalogue->nodeById(brain, "local:D")->path), decomposed + "~2");
+    EXPECT_EQ(shortName(catalogue->nodeById(brain, "local:Y")->path), "x" + decomposed + "~");
+    EXPECT_EQ(shortName(catalogue->nodeById(brain, "local:X")->path), "x" + composed + "~2");
 }
 
 TEST_F(ResetReconciliationTest, LocalRowsGoWithTheirChangeOrMakeRoom) {
@@ -216,6 +231,9 @@ TEST_F(ResetReconciliationTest, LocalRowsGoWithTheirChangeOrMakeRoom) {
     waitingEdit(Kind::update, "edited", "mine", "local:E");
     givenLocalFile("kept", "local:K");
     waitingEdit(Kind::create, "kept", "mine", "local:K");
+    givenLocalFile("shared", "local:S");
+    waitingEdit(Kind::update, "shared", "mine", "local:S");
+    waitingEdit(Kind::create, "shared", "another's");
     givenLocalFile("d", "local:D");
     givenLocalFile("free", "local:F");
     givenLocalFile("new.md", "local:N");
@@ -224,11 +242,12 @@ TEST_F(ResetReconciliationTest, LocalRowsGoWithTheirChangeOrMakeRoom) {
     EXPECT_EQ(tree(),
               (Lines{"d = dir:d v0", "d~ = local:D v1 local-only", "d/below = B v1",
                      "edited~ = local:* v1 local-only", "free = local:F v1 local-only",
-                     "kept = local:K v1 local-only", "new~.md = local:N v1 local-only", "new.md = N v1"}));
+                     "kept = local:K v1 local-only", "new~.md = local:N v1 local-only", "new.md = N v1",
+                     "shared = local:S v1 local-only", "shared~ = local:* v1 local-only"}));
     EXPECT_EQ(catalogue->nodeById(brain, "local:N")->title, "Title of new.md");
     EXPECT_EQ(spool.read(ConflictSpool::nodeKey("local:N")), Data(std::string("retained")));
-    EXPECT_EQ(copyNames(result), Lines{"edited~"}) << "a file that makes room is no copy of anything";
-    EXPECT_EQ(messages().size(), 1U);
+    EXPECT_EQ(copyNames(result), (Lines{"edited~", "shared~"})) << "a file that makes room is no copy";
+    EXPECT_EQ(messages().size(), 2U);
 }
 
 TEST_F(ResetReconciliationTest, WithoutChangesItIsThePlannersReset) {
