@@ -1,6 +1,7 @@
 // What always holds of conflict handling, over random catalogues, journals, feeds and snapshots.
 //
-// 2,000 cases each; RC_PARAMS="seed=N max_success=M" repeats a run or changes that.
+// 2,000 cases each, fewer where a sanitizer makes each of them slow; RC_PARAMS="seed=N max_success=M" repeats
+// a run or changes that.
 #include <cstdlib>
 #include <map>
 #include <set>
@@ -15,16 +16,23 @@
 #include "tests/conflicts/random_world.h"
 #include "tests/conflicts/replica.h"
 #include "tests/conflicts/server_tree.h"
+#include "tests/support/catalogue.h"
 
 namespace vorlinden::tests {
 
 namespace {
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr const char* cases = " max_success=300";
+#else
+constexpr const char* cases = " max_success=2000";
+#endif
+
 // RapidCheck reads its parameters when the first property runs.
 const bool parametersSet = [] {
     const char* given = std::getenv("RC_PARAMS");
     std::string parameters = given ? given : "";
-    if (parameters.find("max_success") == std::string::npos) parameters += " max_success=2000";
+    if (parameters.find("max_success") == std::string::npos) parameters += cases;
     return setenv("RC_PARAMS", parameters.c_str(), 1) == 0;
 }();
 
@@ -231,6 +239,30 @@ RC_GTEST_PROP(ConflictLaws, ResetWithoutAJournalIsThePlanners, ()) {
     RC_ASSERT(plan ==
               ResetPlanner::applySnapshot(snapshot.nodes, planned.brain, snapshot.cursor, *planned.store));
     RC_ASSERT(dump(resolved.connection) == dump(planned.connection));
+}
+
+// What is remembered for a transaction is what reading everything anew would tell.
+RC_GTEST_PROP(TakenPaths, FollowEveryWrite, ()) {
+    RandomWorld world(drawBeginning());
+    std::set<std::string> paths;
+    const auto collect = [&](const TakenPaths& remembered) {
+        for (const auto& row : world.rows())
+            paths.insert(row.path);
+        for (const auto& change : world.store->pendingChanges(world.brain))
+            paths.insert({change.path, change.fromPath.value_or(change.path)});
+        const TakenPaths anew(world.rows(), world.store->pendingChanges(world.brain));
+        for (const auto& path : paths)
+            RC_ASSERT(remembered.contains(path) == anew.contains(path));
+    };
+    undone(*world.store, [&] {
+        const auto& remembered = world.store->takenPaths(world.brain);
+        collect(remembered);
+        if (!takes(world, drawStep(world))) return;
+        collect(remembered);
+        for (const auto& change : world.store->pendingChanges(world.brain))
+            world.store->redirectPendingMove(*change.id, change.path + "!");
+        collect(remembered);
+    });
 }
 
 }  // namespace

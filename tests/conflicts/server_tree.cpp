@@ -10,7 +10,7 @@ namespace vorlinden::tests {
 namespace {
 
 std::string alphabetPath() {
-    const auto piece = [] { return *rc::gen::element<std::string>("a", "b", "\u00e9"); };
+    const auto piece = [] { return *rc::gen::element<std::string>("a", "b", "\u00e9", ".gitkeep"); };
     auto path = piece();
     for (int depth = *rc::gen::inRange(0, 3); depth > 0; --depth)
         path += "/" + piece();
@@ -33,10 +33,11 @@ ServerTree::ServerTree(const std::vector<NodeRecord>& rows) {
 
 Batch ServerTree::anyBatch() {
     Batch batch;
-    for (int i = *rc::gen::inRange(0, 6); i > 0; --i) {
-        auto op = anyOp();
-        if (op)
-            batch.entries.push_back({"c" + std::to_string(++made_), instant(made_), {}, {std::move(*op)}});
+    for (int i = *rc::gen::inRange(0, 4); i > 0; --i) {
+        FeedEntry entry{"c" + std::to_string(++made_), instant(made_), {}, {}};
+        for (int ops = *rc::gen::inRange(1, 4); ops > 0; --ops)
+            if (auto op = anyOp()) entry.ops.push_back(std::move(*op));
+        batch.entries.push_back(std::move(entry));
     }
     batch.cursor = "c" + std::to_string(made_);
     return batch;
