@@ -75,9 +75,9 @@ TEST_F(ReconcilerTest, MovesTheCursorEvenWhereNothingElseHappens) {
     EXPECT_EQ(logged(), Lines{});
 }
 
-// What ops make of a tree is told by a model elsewhere; this is in which order the log says so. The world
-// before: the folders d/ and d/sub/ with the files d/f and d/sub/g, the folder d/sub/named/ of the server's
-// own, and the file f.
+// What ops make of a tree is compared with a model elsewhere; this is in which order the log says so. The
+// world before: the folders d/ and d/sub/ with the files d/f and d/sub/g, the folder d/sub/named/ of the
+// server's own, and the file f.
 TEST_F(ReconcilerTest, LogsEachStepInItsOrder) {
     struct Case {
         Op op;

@@ -173,6 +173,45 @@ RC_GTEST_PROP(ConflictLaws, ServerRowsFormATree, ()) {
     }
 }
 
+std::vector<SnapshotNode> withoutIds(std::vector<SnapshotNode> nodes) {
+    for (auto& node : nodes)
+        node.nodeId.clear();
+    return nodes;
+}
+
+RC_GTEST_PROP(ConflictLaws, WithoutLocalWorkTheTreeIsTheServers, ()) {
+    RandomWorld world(Beginning{});
+    ServerTree server({}, false);
+    const auto nodes = [&] {
+        std::vector<SnapshotNode> found;
+        for (const auto& row : world.rows())
+            found.push_back(nodeOf(row));
+        return found;
+    };
+    for (int steps = anySteps(); steps > 0; --steps) {
+        const auto batch = server.anyBatch();
+        logged(Step(batch));
+        const auto before = world.store->currentAnchor();
+        const auto result =
+            Reconciler::applyFeedEntries(*world.random, batch.entries, world.brain, batch.cursor,
+                                         *world.store, world.resolver->conflictHandler());
+        RC_ASSERT(withoutIds(nodes()) == withoutIds(server.snapshot().nodes));
+        RC_ASSERT(result.changedAnchors == (world.store->currentAnchor() > before));
+        std::vector<std::string> fetched;
+        for (const auto& request : result.downloads) {
+            const auto row = world.store->nodeById(world.brain, request.nodeId);
+            RC_ASSERT(request == (DownloadRequest{world.brain, row->nodeId, row->path, row->kind,
+                                                  row->contentVersion, batch.cursor}));
+            fetched.push_back(request.path);
+        }
+        std::ranges::sort(fetched);
+        RC_ASSERT(fetched == server.filesToFetch());
+    }
+    const auto snapshot = server.snapshot();
+    world.take(snapshot);
+    RC_ASSERT(nodes() == snapshot.nodes);
+}
+
 RC_GTEST_PROP(ConflictLaws, FailureChangesNothing, ()) {
     RandomWorld world(drawBeginning());
     const bool malformed = *rc::gen::arbitrary<bool>();

@@ -28,14 +28,6 @@ bool oneIn(int n) {
     return *rc::gen::inRange(0, n) == 0;
 }
 
-std::string alphabetPath() {
-    const auto piece = [] { return pick<std::string>({"a", "b", "a", "b", "a", "b", "\u00e9", ".gitkeep"}); };
-    auto path = piece();
-    for (int depth = upTo(2); depth > 0; --depth)
-        path += "/" + piece();
-    return path;
-}
-
 std::string anyPath(const std::vector<NodeRecord>& rows) {
     return rows.empty() || oneIn(2) ? alphabetPath() : pick(rows).path;
 }
@@ -147,11 +139,6 @@ Op anyOp(const std::vector<NodeRecord>& rows) {
     }
 }
 
-SnapshotNode nodeOf(const NodeRecord& row) {
-    return {row.nodeId, row.path,     row.title,    row.isDirectory,
-            row.kind,   row.blobHash, row.blobSize, row.updatedAt};
-}
-
 SnapshotNode newNode(const std::string& path, bool isDirectory, int number) {
     auto node = nodeOf(fileNode(theBrain, path, "N" + std::to_string(number)));
     node.isDirectory = isDirectory;
@@ -179,6 +166,21 @@ void showRow(std::ostream& os, const NodeRecord& row) {
 }
 
 }  // namespace
+
+std::string alphabetPath(bool junk) {
+    const auto piece = [&] {
+        return pick<std::string>({"a", "b", "a", "b", "a", "b", "\u00e9", junk ? ".gitkeep" : "ab"});
+    };
+    auto path = piece();
+    for (int depth = upTo(2); depth > 0; --depth)
+        path += "/" + piece();
+    return path;
+}
+
+SnapshotNode nodeOf(const NodeRecord& row) {
+    return {row.nodeId, row.path,     row.title,    row.isDirectory,
+            row.kind,   row.blobHash, row.blobSize, row.updatedAt};
+}
 
 Beginning anyBeginning() {
     Beginning beginning{anyRows(), {}};

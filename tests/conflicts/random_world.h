@@ -39,6 +39,9 @@ struct Snapshot {
 };
 using Step = std::variant<Batch, Snapshot>;
 
+std::string alphabetPath(bool junk = true);
+SnapshotNode nodeOf(const NodeRecord& row);
+
 Beginning anyBeginning();
 // Any ops at all on the paths of the alphabet and of `rows`, even such as no server sends.
 Batch anyBatch(const std::vector<NodeRecord>& rows);

@@ -7,19 +7,7 @@
 
 namespace vorlinden::tests {
 
-namespace {
-
-std::string alphabetPath() {
-    const auto piece = [] { return *rc::gen::element<std::string>("a", "b", "\u00e9", ".gitkeep"); };
-    auto path = piece();
-    for (int depth = *rc::gen::inRange(0, 3); depth > 0; --depth)
-        path += "/" + piece();
-    return path;
-}
-
-}  // namespace
-
-ServerTree::ServerTree(const std::vector<NodeRecord>& rows) {
+ServerTree::ServerTree(const std::vector<NodeRecord>& rows, bool junk) : junk_(junk) {
     for (const auto& row : rows) {
         if (row.localOnly) continue;
         auto& node = add(row.path, row.isDirectory);
@@ -33,8 +21,10 @@ ServerTree::ServerTree(const std::vector<NodeRecord>& rows) {
 
 Batch ServerTree::anyBatch() {
     Batch batch;
+    edited_.clear();
     for (int i = *rc::gen::inRange(0, 4); i > 0; --i) {
-        FeedEntry entry{"c" + std::to_string(++made_), instant(made_), {}, {}};
+        now_ = instant(++made_);
+        FeedEntry entry{"c" + std::to_string(made_), now_, {}, {}};
         for (int ops = *rc::gen::inRange(1, 4); ops > 0; --ops)
             if (auto op = anyOp()) entry.ops.push_back(std::move(*op));
         batch.entries.push_back(std::move(entry));
@@ -51,15 +41,22 @@ Snapshot ServerTree::snapshot() const {
     return snapshot;
 }
 
+std::vector<std::string> ServerTree::filesToFetch() const {
+    std::vector<std::string> paths;
+    for (const auto& [path, node] : nodes_)
+        if (edited_.contains(node.nodeId)) paths.push_back(path);
+    return paths;
+}
+
 std::optional<Op> ServerTree::anyOp() {
     switch (*rc::gen::inRange(0, 6)) {
         case 0:
         case 1:
-            return put(alphabetPath());
+            return put(alphabetPath(junk_));
         case 2:
-            return makeFolder(alphabetPath());
+            return makeFolder(alphabetPath(junk_));
         case 3:
-            return move(anyNode(), alphabetPath());
+            return move(anyNode(), alphabetPath(junk_));
         case 4:
             return put(anyNode());
         default:
@@ -69,21 +66,33 @@ std::optional<Op> ServerTree::anyOp() {
 }
 
 std::optional<Op> ServerTree::put(const std::string& path) {
-    if (path.empty()) return std::nullopt;
-    const auto node = nodes_.find(path);
-    if (node != nodes_.end()) {
-        if (node->second.isDirectory) return std::nullopt;
-        node->second.updatedAt = instant(made_);
-        return Op{Op::Update{path, std::nullopt, {}, true, node->second.kind}};
+    const auto kind = *rc::gen::element(NodeKind::text, NodeKind::blob);
+    const auto there = nodes_.find(path);
+    if (there == nodes_.end()) {
+        if (path.empty() || !makeAncestors(path)) return std::nullopt;
+        auto& node = add(path, false);
+        node.kind = kind;
+        edited_.insert(node.nodeId);
+        return Op{Op::Create{path, node.title, {}, false, kind}};
     }
-    if (!makeAncestors(path)) return std::nullopt;
-    const auto& made = add(path, false);
-    return Op{Op::Create{path, made.title, {}, false, made.kind}};
+    auto& node = there->second;
+    if (node.isDirectory) return std::nullopt;
+    node.kind = kind;
+    node.updatedAt = now_;
+    edited_.insert(node.nodeId);
+    return Op{Op::Update{path, std::nullopt, {}, true, kind}};
 }
 
 std::optional<Op> ServerTree::makeFolder(const std::string& path) {
-    if (nodes_.contains(path) || !makeAncestors(path)) return std::nullopt;
-    return Op{Op::Mkdir{path, add(path, true).title}};
+    if (!nodes_.contains(path) && makeAncestors(path)) return Op{Op::Mkdir{path, add(path, true).title}};
+    return retitle(path);
+}
+
+std::optional<Op> ServerTree::retitle(const std::string& path) {
+    const auto there = nodes_.find(path);
+    if (there == nodes_.end()) return std::nullopt;
+    there->second.title = "T";
+    return Op{Op::Update{path, "T", {}, false, std::nullopt}};
 }
 
 std::optional<Op> ServerTree::move(const std::string& from, const std::string& to) {
@@ -94,6 +103,8 @@ std::optional<Op> ServerTree::move(const std::string& from, const std::string& t
         if (moves) {
             auto node = it->second;
             node.path = to + it->first.substr(from.size());
+            if (node.isDirectory && node.title == lastComponent(it->first))
+                node.title = lastComponent(node.path);
             moved.emplace(node.path, node);
         }
         it = moves ? nodes_.erase(it) : std::next(it);
@@ -125,7 +136,7 @@ SnapshotNode& ServerTree::add(const std::string& path, bool isDirectory) {
     node.path = path;
     node.title = lastComponent(path);
     node.isDirectory = isDirectory;
-    node.updatedAt = instant(made_);
+    node.updatedAt = now_;
     return node;
 }
 
