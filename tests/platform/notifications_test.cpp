@@ -6,8 +6,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "platform/failure.h"
 #include "tests/support/temporary_folder.h"
@@ -34,29 +32,6 @@ struct Heard {
     void wait() { calls.acquire(); }
     bool any() { return calls.try_acquire(); }
 };
-
-TEST_F(Wakeups, CrossProcesses) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        Heard asked;
-        const auto registration = here->listen("ask", asked.listener());
-        there->post("ready");
-        asked.wait();
-        there->post("answer");
-        ::_exit(0);
-    }
-    Heard ready, answer;
-    const auto a = here->listen("ready", ready.listener());
-    const auto b = here->listen("answer", answer.listener());
-    // The child may have said so before anybody listened: then it is there all the same, and hears this one.
-    while (!answer.any()) {
-        here->post("ask");
-        std::this_thread::yield();
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-}
 
 TEST_F(Wakeups, NobodyHearsAPostAndNothingIsLeftOfIt) {
     here->post("wake");

@@ -1,7 +1,6 @@
 #include "platform/task.h"
 
 #include <atomic>
-#include <latch>
 #include <thread>
 #include <vector>
 
@@ -136,33 +135,6 @@ TEST(Cancellation, RaceOfManyThreadsEndsEveryTaskOnce) {
     EXPECT_EQ(tally.all, count);
     EXPECT_EQ(tally.failed, 0);
     EXPECT_GE(tally.cancelled, count / 2);  // those that would have slept for an hour
-}
-
-TEST(SignalWaits, SettingReleasesAllButTheCancelledAndLaterWaitersPass) {
-    constexpr int count = 300;
-    Tally cancelled, kept;
-    TaskPool pool(3);
-    Signal signal;
-    std::latch waiting(2 * count);
-    const auto body = [&waiting, signal]() -> Task<> {
-        waiting.count_down();
-        co_await signal.wait();
-    };
-    std::vector<TaskHandle> handles;
-    for (int i = 0; i < count; ++i) {
-        handles.push_back(spawn(pool.executor(), body, cancelled.counter()));
-        spawn(pool.executor(), body, kept.counter());
-    }
-    waiting.wait();
-    for (const TaskHandle& handle : handles)
-        handle.cancel();
-    cancelled.waitFor(count);
-    EXPECT_EQ(cancelled.cancelled, count);
-    EXPECT_EQ(kept.all, 0);
-    std::jthread([&] { signal.set(); });
-    kept.waitFor(count);
-    EXPECT_EQ(kept.returned, count);
-    runBlocking(pool.executor(), std::function<Task<>()>([signal] { return signal.wait(); }));
 }
 
 TEST(TaskPools, KeepEachTaskToItselfAndEndOnlyAfterTheirWork) {

@@ -4,24 +4,11 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/read.hpp>
-#include <boost/beast/http/string_body.hpp>
-#include <boost/beast/http/write.hpp>
 
 #include "platform/json.h"
 #include "platform/text.h"
 
 namespace vorlinden::tests {
-
-namespace {
-
-namespace asio = boost::asio;
-namespace http = boost::beast::http;
-using Tcp = asio::ip::tcp;
-
-}  // namespace
 
 std::string Answer::code() const {
     try {
@@ -41,50 +28,19 @@ std::string Answer::text(const char* key) const {
     }
 }
 
-struct PlainClient::State {
-    explicit State(const std::string& url)
-        : endpoint(asio::ip::make_address("127.0.0.1"),
-                   static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1)))) {}
-
-    asio::io_context context;
-    Tcp::endpoint endpoint;
-    Tcp::socket socket{context};
-    boost::beast::flat_buffer buffer;
-};
-
-PlainClient::PlainClient(const std::string& url) : state_(std::make_unique<State>(url)) {}
-PlainClient::PlainClient(PlainClient&&) noexcept = default;
-PlainClient& PlainClient::operator=(PlainClient&&) noexcept = default;
-PlainClient::~PlainClient() = default;
-
 Answer PlainClient::send(const std::string& method, const std::string& target, const std::string& body,
                          const Headers& headers) {
-    auto& [context, endpoint, socket, buffer] = *state_;
-    if (!socket.is_open()) socket.connect(endpoint);
-    http::request<http::string_body> request;
-    request.method_string(method);
-    request.target(target);
-    request.set(http::field::host, "127.0.0.1");
-    for (const auto& [name, value] : headers)
-        request.set(name, value);
-    request.body() = body;
-    request.prepare_payload();
-    http::response_parser<http::string_body> parser;
-    parser.body_limit(boost::none);
-    try {
-        http::write(socket, request);
-        http::read(socket, buffer, parser);
-    } catch (const boost::system::system_error&) {
-        socket.close();
-        buffer.clear();
-        throw;
-    }
-    const auto& response = parser.get();
-    Answer answer{static_cast<int>(response.result_int()), {}, response.body()};
-    for (const auto& field : response) {
-        answer.headers[platform::lowerCased(std::string(field.name_string()))] = std::string(field.value());
-    }
-    if (!response.keep_alive()) socket.close();
+    platform::URLRequest request{.url = platform::URL::parse(url_ + target).value(), .method = method};
+    request.headers = headers;
+    if (method != "GET") request.body = platform::Data::copyOf(body);
+    platform::TaskPool pool(1);
+    const std::function<platform::Task<platform::URLResponse>()> send = [&] {
+        return session_->send(request);
+    };
+    const auto response = platform::runBlocking(pool.executor(), send);
+    Answer answer{response.http->status, {}, std::string(response.body.view())};
+    for (const auto& [name, value] : response.http->headers)
+        answer.headers[platform::lowerCased(name)] = value;
     return answer;
 }
 
@@ -97,11 +53,14 @@ Answer PlainClient::postForm(const std::string& target, const std::string& body)
 }
 
 std::string PlainClient::exchangeBytes(const std::string& bytes) {
-    Tcp::socket socket(state_->context);
-    socket.connect(state_->endpoint);
+    namespace asio = boost::asio;
+    asio::io_context context;
+    asio::ip::tcp::socket socket(context);
+    const auto port = static_cast<std::uint16_t>(std::stoi(url_.substr(url_.rfind(':') + 1)));
+    socket.connect({asio::ip::make_address("127.0.0.1"), port});
     boost::system::error_code problem;
     asio::write(socket, asio::buffer(bytes), problem);
-    socket.shutdown(Tcp::socket::shutdown_send, problem);
+    socket.shutdown(asio::ip::tcp::socket::shutdown_send, problem);
     std::string answer;
     asio::read(socket, asio::dynamic_buffer(answer), problem);
     return answer;

@@ -1,10 +1,12 @@
-// HTTP without a library of the client's: what goes over the wire is what a test says.
+// Plain HTTP: what goes over the wire is what a test says.
 #pragma once
 
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "platform/http.h"
 
 namespace vorlinden::tests {
 
@@ -19,14 +21,10 @@ struct Answer {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
-// One connection to the server at `url`, kept between requests and made anew when it has ended. Throws
-// boost::system::system_error when there is no answer.
+// Requests to the server at `url`. Throws URLError when there is no answer.
 class PlainClient {
  public:
-    explicit PlainClient(const std::string& url);
-    PlainClient(PlainClient&&) noexcept;
-    PlainClient& operator=(PlainClient&&) noexcept;
-    ~PlainClient();
+    explicit PlainClient(const std::string& url) : url_(url) {}
 
     Answer send(const std::string& method, const std::string& target, const std::string& body = {},
                 const Headers& headers = {});
@@ -37,8 +35,8 @@ class PlainClient {
     std::string exchangeBytes(const std::string& bytes);
 
  private:
-    struct State;
-    std::unique_ptr<State> state_;
+    std::string url_;
+    std::shared_ptr<platform::URLSession> session_ = platform::ephemeralURLSession();
 };
 
 }  // namespace vorlinden::tests

@@ -69,16 +69,14 @@ TEST_F(LocalMutationsTest, JournalKeepsEachIntentWithItsBase) {
     EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(LocalMutationsTest, UploadOfANewFile) {
-    const auto row = waiting();
-    const auto file = uploaded("a/b/report.final.pdf", NodeKind::blob, row);
-    EXPECT_EQ(file, (NodeRecord{brain, "server", "a/b/report.final.pdf", "report.final", false,
-                                NodeKind::blob, "hash", 7, now, 1, false, std::nullopt}));
-    EXPECT_EQ(at("a/b/report.final.pdf"), file);
-    EXPECT_EQ(log(), (Lines{"+dir:a", "+dir:a/b", "+server"}));
+TEST_F(LocalMutationsTest, UploadOfANewFileMovesNoCursorAndExpectsNoEcho) {
+    const auto file = uploaded("a/report.final.pdf", NodeKind::blob, waiting());
+    EXPECT_EQ(file, (NodeRecord{brain, "server", "a/report.final.pdf", "report.final", false, NodeKind::blob,
+                                "hash", 7, now, 1, false, std::nullopt}));
+    EXPECT_EQ(at("a/report.final.pdf"), file);
     EXPECT_EQ(at("a").updatedAt, now);
     EXPECT_EQ(journalRows(), 0U);
-    EXPECT_EQ(catalogue->cursor(brain), "c0") << "only the feed moves the cursor";
+    EXPECT_EQ(catalogue->cursor(brain), "c0");
     EXPECT_EQ(catalogue.count("own_writes"), 0);
 }
 
@@ -140,20 +138,6 @@ TEST_F(LocalMutationsTest, MovesAndDeletesTakeTheirJournalRowAlong) {
     EXPECT_FALSE(deleted("e"));
     EXPECT_EQ(tree(), Lines{".DS_Store = junk v1 local-only"});
     EXPECT_EQ(journalRows(), 0U);
-}
-
-TEST_F(LocalMutationsTest, UploadErrorIsShownAndCleared) {
-    auto file = fileNode(brain, "f", "n");
-    file.localOnly = true;
-    given(file);
-    LocalMutations::markUploadError(*catalogue, brain, "n", "refused");
-    LocalMutations::markUploadError(*catalogue, brain, "missing", "refused");
-    file.uploadError = "refused";
-    EXPECT_EQ(at("f"), file);
-    LocalMutations::markUploadError(*catalogue, brain, "n", std::nullopt);
-    file.uploadError = std::nullopt;
-    EXPECT_EQ(at("f"), file);
-    EXPECT_EQ(log(), (Lines{"+n", "+n"}));
 }
 
 }  // namespace
