@@ -60,13 +60,7 @@ TEST(SyncItemIdentifier, IsAJSONStringOfItsRawValue) {
     const platform::JSONDocument document(json.text);
     EXPECT_EQ(SyncItemIdentifier::fromJSON(document.root()), identifier);
     const platform::JSONDocument broken("\"brain:x\"");
-    try {
-        SyncItemIdentifier::fromJSON(broken.root());
-        FAIL() << "read a broken identifier";
-    } catch (const platform::JSONError& error) {
-        EXPECT_EQ(error.kind, platform::JSONError::Kind::corrupted);
-        EXPECT_EQ(error.text, "Invalid item identifier: brain:x");
-    }
+    EXPECT_THROW(SyncItemIdentifier::fromJSON(broken.root()), platform::JSONError);
 }
 
 RC_GTEST_PROP(SyncItemIdentifierProperty, RoundTripsAndHashesByValue,

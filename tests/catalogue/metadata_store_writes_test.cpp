@@ -54,11 +54,6 @@ TEST_F(StoreWrites, AnUpsertReplacesEveryColumn) {
     store_->upsert(node);
     EXPECT_EQ(store_->allNodes(brainA), std::vector{node});
     EXPECT_EQ(store_->uploadErrorCount(brainA), 1);
-    node.blobHash = node.uploadError = std::nullopt;
-    node.blobSize = std::nullopt;
-    store_->upsert(node);
-    EXPECT_EQ(store_->nodeById(brainA, "dir:a"), node);
-    EXPECT_EQ(store_->uploadErrorCount(brainA), 0);
     EXPECT_EQ(store_.count("changes_log"), 0);
     // The two texts that another program reads.
     const auto row = store_.raw().query("SELECT brain_id, updated_at FROM nodes").at(0);

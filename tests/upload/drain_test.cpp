@@ -1,4 +1,6 @@
+#include <atomic>
 #include <sstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -401,6 +403,26 @@ TEST(DrainTest, EndsWellWhereverTheProcessDies) {
         world.start(PendingEditUploader::drain);
         ASSERT_EQ(world.settled(), FaultyDrain::allSettled) << "died at step " << at;
     }
+}
+
+TEST(DrainTest, RunsOnAPoolBesideReadersOfItsCatalogue) {
+    FaultyDrain world;
+    platform::TaskPool pool(3);
+    std::atomic<bool> ended = false;
+    std::jthread reader([&] {
+        for (std::int64_t anchor = 0, last = 0; !ended; last = anchor) {
+            anchor = world.catalogue->changes(0).anchor;
+            EXPECT_GE(anchor, last);
+        }
+    });
+    const std::function<Task<std::vector<PendingEditUploader::Result>>()> drain = [&] {
+        return PendingEditUploader::drain(world.machine.system(pool.executor()), world.resolver,
+                                          world.catalogue.store(), world.spool, "device", world.api,
+                                          world.tokenManager, world.brain);
+    };
+    EXPECT_EQ(platform::runBlocking(pool.executor(), drain).size(), 9U);
+    ended = true;
+    EXPECT_EQ(world.settled(), FaultyDrain::allSettled);
 }
 
 }  // namespace

@@ -33,8 +33,8 @@ bool isText(std::string bytes) {
 }
 
 TEST(ContentClassifier, TakesCleanTextAndNothingElse) {
-    for (const auto* text : {"", "plain\r\n\ttext", "na\u00efve \U0001F600 \uFEFF in the middle"})
-        EXPECT_TRUE(isText(text)) << text;
+    EXPECT_TRUE(isText(""));
+    EXPECT_TRUE(isText("na\u00efve \U0001F600 \uFEFF in the middle\r\n"));
     for (const std::string& blob :
          {std::string("\xEF\xBB\xBF") + "clean but marked", std::string("a\0b", 3),
           std::string("last byte\0", 10), std::string("latin \xE9"), std::string("cut short \xE2\x82")})
