@@ -58,9 +58,11 @@ build() {
     cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 || { cat "$log" >&2; die "Configuring $folder failed."; }
     step "building $folder: $*"
     local started=$SECONDS
-    NINJA_STATUS='[%f/%t] ' nice cmake --build "$folder" --target "$@" -- -j "$(nproc)" 2>&1 | tee "$log" | show_progress
-    if ((PIPESTATUS[0] != 0)); then
-        grep -v '^\[[0-9]*/[0-9]*\] ' "$log" | tail -n 100 >&2
+    local status=0
+    NINJA_STATUS='[%f/%t] ' nice cmake --build "$folder" --target "$@" -- -j "$(nproc)" 2>&1 | tee "$log" | show_progress ||
+        status=$?
+    if ((status != 0)); then
+        grep -v '^\[[0-9]*/[0-9]*\] ' "$log" | tail -n 100 | cut -c 1-300 >&2
         die "Building $folder failed; all of it is in $log."
     fi
     step "built $folder in $((SECONDS - started)) s"
