@@ -2,7 +2,6 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -93,38 +92,10 @@ TEST(ServerProcess, KilledUnderLoadItKeepsWhatItAnsweredFor) {
         }
     }
     EXPECT_GE(answered.size(), 100u);
-}
-
-// The exit status of `vorlinden server-ctl` with these words.
-int serverCtl(const std::string& words) {
-    const auto command = std::string(VORLINDEN_PROGRAM) + " server-ctl " + words + " 2>/dev/null";
-    return WEXITSTATUS(std::system(command.c_str()));
-}
-
-TEST(ServerProcess, ObeysServerCtlAndEndsCleanly) {
-    TemporaryFolder folder;
-    ServerProcess process(folder / "data");
-    const auto data = " --data " + (folder / "data").string() + " ";
-    EXPECT_EQ(serverCtl("grant" + data + "docs"), 0);
-    Member member(process.url);
-    EXPECT_EQ(serverCtl("put" + data + "docs:f/a.md " + VORLINDEN_PROGRAM), 0);
-    EXPECT_EQ(serverCtl("mv" + data + "docs:f/a.md docs:f/b"), 0);
-    EXPECT_EQ(serverCtl("mkdir" + data + "docs:empty"), 0);
-    EXPECT_EQ(serverCtl("reset" + data + "docs --folders"), 0);
-    EXPECT_EQ(member.snapshot().snapshot.size(), 3u);
-    EXPECT_EQ(member.content("f/b").size(), std::filesystem::file_size(VORLINDEN_PROGRAM));
-    EXPECT_EQ(serverCtl("rm" + data + "docs:f/b"), 0);
-    EXPECT_EQ(serverCtl("rm" + data + "docs:f/b"), 1);
-    EXPECT_EQ(serverCtl("rm" + data + "docs"), 2);
-    EXPECT_EQ(serverCtl("fault" + data + "--status 418 --method GET"), 0);
-    EXPECT_EQ(member.changesAnswer({}).status, 418);
-    EXPECT_EQ(serverCtl("revoke" + data + "docs"), 0);
-    EXPECT_EQ(member.changesAnswer({}).code(), "FORBIDDEN");
-    EXPECT_EQ(serverCtl("sign-out" + data), 0);
-    EXPECT_EQ(member.changesAnswer({}).status, 401);
-    const int status = process.end(SIGTERM);
+    ServerProcess last(data);
+    const int status = last.end(SIGTERM);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_FALSE(std::filesystem::exists(folder / "data" / "admin"));
+    EXPECT_FALSE(std::filesystem::exists(data / "admin")) << "asked, it ends in order";
 }
 
 }  // namespace
