@@ -33,14 +33,23 @@ std::vector<PendingChange> contentRows(const Workspace& workspace, const TreePat
     return rows;
 }
 
-void journal(const Workspace& workspace, const TreePath& place, const std::optional<NodeRecord>& node,
-             const Data& bytes) {
-    // A refused new file is one still; a refused edit is of a file that the server knows.
-    const bool isNew = !node || (node->localOnly && node->nodeId.starts_with("local:"));
+std::int64_t journal(const Workspace& workspace, const TreePath& place, const std::optional<NodeRecord>& node,
+                     bool isNew) {
     const auto nodeId = node ? std::optional(node->nodeId) : std::nullopt;
-    const auto row = LocalMutations::journalUpsert(*workspace.store, place.brain.brainId, place.path, nodeId,
-                                                   isNew, workspace.system.clock->now());
-    ConflictSpool::inAppGroup(workspace.system).writeNewEdit(bytes, row);
+    return LocalMutations::journalUpsert(*workspace.store, place.brain.brainId, place.path, nodeId, isNew,
+                                         workspace.system.clock->now());
+}
+
+// A refused new file goes up as a conflict copy does: refused again it stays what it is, where an edit would
+// become a copy of itself.
+void journalAgain(const Workspace& workspace, const TreePath& place, const NodeRecord& node,
+                  const Data& bytes) {
+    const auto spool = ConflictSpool::inAppGroup(workspace.system);
+    if (node.nodeId.starts_with("local:")) {
+        spool.writeNewCopy(bytes, journal(workspace, place, node, true));
+    } else {
+        spool.writeNewEdit(bytes, journal(workspace, place, node, false));
+    }
 }
 
 // A file that the server has goes with the next round, one that it doesn't have goes at once, with what
@@ -105,7 +114,7 @@ void retry(const Workspace& workspace, const TreePath& place) {
                                 "name or size are never taken over.");
         }
         LocalMutations::markUploadError(*workspace.store, node->brainId, node->nodeId, std::nullopt);
-        journal(workspace, place, node, *bytes);
+        journalAgain(workspace, place, *node, *bytes);
     });
 }
 
@@ -115,7 +124,8 @@ Task<> keepMine(WorkspaceRef workspace, TreePath copy) {
     const TreePath original{copy.brain, listing.original};
     workspace->store->inTransaction([&] {
         const auto node = fileAt(*workspace, original);
-        journal(*workspace, original, node, bytes);
+        const auto row = journal(*workspace, original, node, !node);
+        ConflictSpool::inAppGroup(workspace->system).writeNewEdit(bytes, row);
         if (node && node->uploadError) {
             LocalMutations::markUploadError(*workspace->store, node->brainId, node->nodeId, std::nullopt);
         }

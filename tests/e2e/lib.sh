@@ -17,7 +17,7 @@ cleanup() {
     trap - EXIT
     set +e
     if ((status != 0)); then
-        for name in "$work"/*.log "$work/out" "$work/err"; do
+        for name in "$work"/*.log "$work/out" "$work/err" "$work/diff"; do
             [[ -s $name ]] && { echo "--- $(basename "$name")"; tail -n 20 "$name"; } >&2
         done
     fi
@@ -52,8 +52,15 @@ start() {
     shift
     "$@" >"$work/$name.log" 2>&1 </dev/null &
     pid_of[$name]=$!
+    eventually has_begun "$name"
 }
-alive() { kill -0 "${pid_of[$1]}" 2>/dev/null; }
+# A signal that comes while the new process is still a copy of this shell would be lost.
+has_begun() { [[ ! -e /proc/${pid_of[$1]}/exe || ! /proc/${pid_of[$1]}/exe -ef /proc/$$/exe ]]; }
+# A process that has ended but wasn't waited for is not alive.
+alive() {
+    local stat
+    stat=$(cat "/proc/${pid_of[$1]}/stat" 2>/dev/null) && [[ $stat != *") Z "* ]]
+}
 gone() { ! alive "$1"; }
 
 # stop NAME [SIGNAL]

@@ -57,13 +57,12 @@ told "“trip.md” changed on the server while this Mac was offline or out of d
 shows plans/trip.md newer
 shows "$(copy plans/trip)" overtaken
 
-story "a folder deleted above an edit: the bytes stay, in a folder of that name"
+story "a folder deleted above an edit: the bytes stay, in a folder of that name, made again"
 item edit team/drafts/letter.md "$(text "a long letter")"
 ctl rm team:drafts
 sync_once
 told "“letter.md” changed on another device"
-expect 0 "$vorlinden" conflicts
-grep -qF "$(copy team/drafts/letter)" "$work/out" || fail "$(cat "$work/out")"
+shows "$(copy drafts/letter)" "a long letter"
 absent drafts/letter.md || fail "the deleted file is there"
 
 story "each was told once, and is remembered"
@@ -73,6 +72,20 @@ expect 0 "$vorlinden" events
 (($(wc -l <"$work/out") >= 3)) || fail "$(cat "$work/out")"
 expect 0 "$vorlinden" conflicts
 (($(grep -c '^team/' "$work/out") >= 3)) || fail "$(cat "$work/out")"
+
+story "a copy is looked at and settled in one step"
+expect 0 "$vorlinden" conflicts diff "team/$(copy plans/budget)"
+grep -qx -- "-theirs" "$work/out" && grep -qx "+mine" "$work/out" || fail "$(cat "$work/out")"
+expect 0 "$vorlinden" conflicts keep-mine "$tree/team/$(copy plans/budget)"
+shows plans/budget.md mine
+eventually absent "$(copy plans/budget)"
+expect 0 "$vorlinden" conflicts keep-theirs "team/$(copy plans/trip)"
+eventually absent "$(copy plans/trip)"
+shows plans/trip.md newer
+expect 0 "$vorlinden" conflicts keep-mine "team/$(copy drafts/letter)"
+shows drafts/letter.md "a long letter"
+expect 0 "$vorlinden" conflicts
+[[ ! -s $work/out ]] || fail "$(cat "$work/out")"
 
 story "bytes that no change and no file holds any more are kept for a while, and counted"
 printf 'an idea' >"$(dirname "$(find "$XDG_DATA_HOME" -name sync.sqlite)")/Spool/edit-12345"
