@@ -77,7 +77,7 @@ TEST_F(ReconcilerTest, MovesTheCursorEvenWhereNothingElseHappens) {
 
 // What ops make of a tree is compared with a model elsewhere; this is in which order the log says so. The
 // world before: the folders d/ and d/sub/ with the files d/f and d/sub/g, the folder d/sub/named/ of the
-// server's own, and the file f.
+// server's own, the file f, and o/in without a folder above it.
 TEST_F(ReconcilerTest, LogsEachStepInItsOrder) {
     struct Case {
         Op op;
@@ -111,6 +111,7 @@ TEST_F(ReconcilerTest, LogsEachStepInItsOrder) {
           "+named"}},
         {move("d", "d/sub/x"), {}},
         {move("f", "f"), {}},
+        {move("o", "f"), {}},
         {move("f", ".DS_Store"), {"-id:f"}},
         {move(".DS_Store", "f"), {}},
         {create("d/.DS_Store", "J"), {}},
@@ -119,7 +120,7 @@ TEST_F(ReconcilerTest, LogsEachStepInItsOrder) {
     named.nodeId = "named";
     for (const auto& folder : {folderNode(brain, "d"), folderNode(brain, "d/sub"), named})
         given(folder);
-    for (const auto* path : {"d/f", "d/sub/g", "f"})
+    for (const auto* path : {"d/f", "d/sub/g", "f", "o/in"})
         given(fileNode(brain, path));
     for (std::size_t i = 0; i < cases.size(); ++i)
         tests::undone(*catalogue, [&] {
